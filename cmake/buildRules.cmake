@@ -19,3 +19,6 @@ if(VEXODL_SANITIZE)
     target_compile_options(buildRules INTERFACE -fsanitize=${VEXODL_SANITIZE} -fno-omit-frame-pointer)
     target_link_options(buildRules INTERFACE -fsanitize=${VEXODL_SANITIZE})
 endif()
+
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
