@@ -1,13 +1,21 @@
+#include "platform/process.h"
 #include "host/childProcess.h"
+#include "platform/processRunner.h"
 #include "tests/host/sandbox.h"
-
-#include <gtest/gtest.h>
+#include "tests/host/smallStack.h"
 
 #include <cerrno>
+#include <csignal>
+#include <future>
+#include <thread>
 #include <vector>
 
 #include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
+#include <syslog.h>
 
 namespace fs = std::filesystem;
 using host::Keep;
@@ -29,6 +37,16 @@ struct ProcessTest : testing::Test {
     const long descriptors = openDescriptors();
     const Sandbox sandbox;
 };
+
+int shell(const std::string& script) {
+    return VLIBCExec("/bin/sh", "-c", script.c_str(), nullptr, nullptr);
+}
+
+std::string print(int expected, const char* path, const char* arg1, const char* arg2) {
+    VEXOUtils::ProcessRunner runner(path, path, arg1, arg2, nullptr, "never", nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(runner.run(true, true), expected);
+    return runner.getCapturedOutput();
+}
 
 TEST_F(ProcessTest, endsWithWhateverTheChildDoes) {
     constexpr const char* kShell = "/bin/sh";
@@ -56,6 +74,137 @@ TEST_F(ProcessTest, endsWithWhateverTheChildDoes) {
         EXPECT_EQ(report.kept.size(), c.kept);
         expectNothingLeft();
     }
+}
+
+enum CallerState : unsigned { closed = 1, crowded = 2, blocked = 4, interrupted = 8, ignoring = 16, reaping = 32 };
+
+void enter(unsigned state) {
+    for (int i = 0; i < 1000 && (state & crowded); ++i) {
+        EXPECT_GT(dup(STDERR_FILENO), STDERR_FILENO);
+    }
+    if (state & closed) {
+        close_range(0, 2, 0);
+    }
+    for (int number = 1; number < SIGRTMAX && (state & ignoring); ++number) {
+        signal(number, SIG_IGN); // SIGCHLD among them
+    }
+    const itimerval often = {{0, 500}, {0, state & interrupted ? 500 : 0}};
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGALRM, &action, nullptr);
+    setitimer(ITIMER_REAL, &often, nullptr);
+    if (state & reaping) {
+        std::thread([] {
+            while (waitpid(-1, nullptr, 0) < 0) {
+            }
+            _exit(2); // for it has met a child, and the caller has none of its own
+        }).detach();
+    }
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(state & blocked ? SIG_SETMASK : SIG_UNBLOCK, &all, nullptr);
+}
+
+TEST_F(ProcessTest, tellsTheTruthInEveryCaller) {
+    // The fourth descriptor that the shell sees is its own look at them.
+    const char* const look = "tr '\\0' '\\n' </proc/$$/environ; ulimit -c;"
+                             "readlink /proc/$$/fd/0 /proc/$$/fd/2; set -- /proc/$$/fd/*; echo $#;"
+                             "test $(cut -d' ' -f5 /proc/$$/stat) = $$ && echo own group";
+    const char* const seen = "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin\nLANG=C.UTF-8\n"
+                             "0\n/dev/null\n/dev/null\n4\nown group\n";
+    const char* const defaults = "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n";
+    for (unsigned state = 0; state < 2 * reaping; ++state) {
+        const pid_t caller = fork();
+        if (caller == 0) {
+            enter(state);
+            EXPECT_EQ(print(0, "/bin/sh", "-c", look), seen);
+            EXPECT_EQ(print(0, "/bin/grep", "^Sig[BI]", "/proc/self/status"), defaults);
+            EXPECT_EQ(shell("exit 7"), 7);
+            EXPECT_EQ(shell("kill -9 $$"), -ECANCELED);
+            _exit(HasFailure() ? 1 : 0);
+        }
+        int status = -1;
+        waitpid(caller, &status, 0);
+        EXPECT_EQ(status, 0) << "caller's state " << state;
+    }
+}
+
+TEST_F(ProcessTest, needsNoDescriptorUnlessItCaptures) {
+    rlimit before = {};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit few = {3, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    print(-EMFILE, "/bin/true", nullptr, nullptr);
+    EXPECT_EQ(VLIBCExecv("/no/such", nullptr, 1), -ENOENT);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(shell("exit $(($(ulimit -n) == 1024))"), 1);
+    setrlimit(RLIMIT_NOFILE, &before);
+}
+
+TEST_F(ProcessTest, leavesOtherThreadsTheirChildren) {
+    std::vector<std::future<void>> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.push_back(std::async(std::launch::async, [t] {
+            for (int i = 0; i < 50; ++i) {
+                EXPECT_EQ(shell("exit " + std::to_string(t)), t);
+                EXPECT_EQ(system(("exit " + std::to_string(t)).c_str()), t << 8);
+            }
+        }));
+    }
+}
+
+TEST_F(ProcessTest, finishesInACancelledThreadWithASmallStack) {
+    int result = -1;
+    onSmallStack([&] {
+        pthread_cancel(pthread_self());
+        result = shell("exit 9");
+    });
+    EXPECT_EQ(result, 9);
+}
+
+TEST_F(ProcessTest, takesItsChildrenAlongWhenKilled) {
+    const std::string started = sandbox / "started";
+    ASSERT_EQ(mkfifo(started.c_str(), 0600), 0);
+    const pid_t caller = fork();
+    if (caller == 0) {
+        _exit(shell("setsid sleep 1000 & s=$!; trap 'kill $s; exit' TERM; sleep 1000 & echo >" + started + "; wait"));
+    }
+    std::string line;
+    std::getline(std::ifstream(started), line);
+    kill(caller, SIGKILL);
+    while (waitpid(-1, nullptr, __WALL) > 0) { // comes to its end when they all have
+    }
+}
+
+TEST_F(ProcessTest, removesWhatIsNamedAndNothingElse) {
+    fs::create_directories(sandbox / "stays/inside");
+    fs::create_directory_symlink("stays", sandbox / "link");
+    for (const char* name : {"two words", "it's \"so\"", "line\nbreak", "*", "[a-z]*", "$(touch x)", "-rf", "link"}) {
+        fs::create_directories(sandbox / name + "/inside");
+        EXPECT_EQ(VLIBCExecl("/bin/rm", 0x3B, "-rf", (sandbox / name).c_str(), nullptr), 0);
+        EXPECT_FALSE(fs::exists(fs::symlink_status(sandbox / name))) << name;
+        EXPECT_TRUE(fs::exists(sandbox / "stays/inside")) << name;
+    }
+}
+
+TEST_F(ProcessTest, logsErrorsWhenAsked) {
+    openlog("log", LOG_PERROR, LOG_USER);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(VLIBCExecl("/bin/sh", 0x3B, "-c", "echo no >&2; exit 2", nullptr), 2);
+    EXPECT_EQ(VLIBCExecl("/bin/sh", 0x7B, "-c", "printf 'a\\033b\\n%%s\\n' >&2; exit 2", nullptr), 2);
+    closelog();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "log: /bin/sh: a?b\nlog: /bin/sh: %s\n");
+}
+
+TEST_F(ProcessTest, handsArgumentsOnUnchanged) {
+    const char* const printf = "/usr/bin/printf";
+    VEXOUtils::ProcessRunner runner(printf, "printf", "[%s]", "a b", "", nullptr, "x", nullptr, nullptr, nullptr);
+    runner.addArguments("*", "$HOME", "line\nbreak", "\xff", nullptr, "x", nullptr, nullptr, nullptr);
+    for (const bool capture : {true, false}) {
+        EXPECT_EQ(runner.run(capture, true), 0);
+        EXPECT_EQ(runner.getCapturedOutput(), capture ? "[a b][][*][$HOME][line\nbreak][\xff]" : "");
+    }
+    print(-EMSGSIZE, "/bin/sh", "-c", "head -c 2M /dev/zero");
 }
 
 } // namespace

@@ -1,0 +1,79 @@
+#include "platform/process.h"
+
+#include "host/childProcess.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <new>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <syslog.h>
+
+namespace {
+
+constexpr int kLogErrors = 0x40; ///< bit of VLIBCExecl's options
+constexpr std::size_t kLoggedLines = 16;
+constexpr std::size_t kLoggedBytes = 256; ///< of a line
+
+/// execve's type for arguments; they are not changed.
+char* argument(const char* text) {
+    return const_cast<char*>(text);
+}
+
+/// One message per line, control characters replaced: a line can hold a stranger's file name.
+void logErrors(const char* path, std::string& text) {
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char byte) { return (byte < ' ' && byte != '\n') || byte == 0x7F; }, '?');
+    std::string_view rest = text;
+    for (std::size_t lines = 0; lines < kLoggedLines && !rest.empty(); ++lines) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        syslog(LOG_ERR, "%s: %.*s", path, static_cast<int>(std::min(line.size(), kLoggedBytes)), line.data());
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+    }
+}
+
+} // namespace
+
+int VLIBCExec(const char* path, const char* arg1, const char* arg2, const char* arg3, const char* arg4) {
+    const std::array<char*, 6> argv = {argument(path), argument(arg1), argument(arg2),
+                                       argument(arg3), argument(arg4), nullptr};
+    return host::runChild(path, argv.data(), host::Keep::nothing, host::kQuestionDeadline).result;
+}
+
+int VLIBCExecl(const char* path, int options, ...) try {
+    va_list more;
+    std::size_t count = 0;
+    va_start(more, options);
+    while (va_arg(more, const char*) != nullptr) {
+        ++count;
+    }
+    va_end(more);
+
+    std::vector<char*> argv(count + 2, nullptr);
+    argv[0] = argument(path);
+    va_start(more, options);
+    for (std::size_t i = 1; i <= count; ++i) {
+        argv[i] = va_arg(more, char*);
+    }
+    va_end(more);
+
+    const host::Keep keep = (options & kLogErrors) != 0 ? host::Keep::errors : host::Keep::nothing;
+    host::ChildReport report = host::runChild(path, argv.data(), keep, host::kWorkDeadline);
+    logErrors(path, report.kept);
+    return report.result;
+} catch (const std::bad_alloc&) {
+    return -ENOMEM;
+}
+
+int VLIBCExecv(const char* path, char* const argv[], int flag) {
+    const int result =
+        flag == 1 ? host::runChild(path, argv, host::Keep::nothing, host::kWorkDeadline).result : -EINVAL;
+    if (result != 0) {
+        errno = result < 0 ? -result : 0;
+    }
+    return result;
+}

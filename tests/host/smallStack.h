@@ -1,0 +1,25 @@
+#ifndef VEXODL_TESTS_HOST_SMALL_STACK_H
+#define VEXODL_TESTS_HOST_SMALL_STACK_H
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <functional>
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t kSmallStackBytes = 1048576; // the sanitizers' own frames are large
+#else
+constexpr std::size_t kSmallStackBytes = 65536;
+#endif
+
+/// Takes a step in a thread with as little stack as a service may give its threads, and waits for its end.
+inline void onSmallStack(std::function<void()> step) {
+    const auto run = [](void* task) -> void* { return (*static_cast<std::function<void()>*>(task))(), nullptr; };
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, kSmallStackBytes);
+    pthread_t thread{};
+    EXPECT_EQ(pthread_create(&thread, &attributes, run, &step) | pthread_join(thread, nullptr), 0);
+}
+
+#endif
