@@ -1,0 +1,18 @@
+#ifndef VEXODL_HOST_SETTINGS_H
+#define VEXODL_HOST_SETTINGS_H
+
+#include <cstdlib>
+#include <string>
+
+namespace host {
+
+/// A setting of the host layer: the environment variable, or `fallback` where it is unset or empty. A process that runs
+/// with more rights than its caller ignores the environment.
+inline std::string setting(const char* name, const char* fallback) {
+    const char* value = secure_getenv(name);
+    return value != nullptr && *value != '\0' ? value : fallback;
+}
+
+} // namespace host
+
+#endif

@@ -1,0 +1,27 @@
+#ifndef VEXODL_HOST_TORRENT_ENGINE_H
+#define VEXODL_HOST_TORRENT_ENGINE_H
+
+#include "host/rpcClient.h"
+
+#include <json/value.h>
+
+#include <string>
+
+namespace host {
+
+/// Where the torrent engine is and where its tasks lie.
+struct EngineSettings {
+    std::string url;          ///< of the engine's RPC
+    std::string downloadRoot; ///< the directory that holds the tasks' directories
+    RpcLimits limits;
+};
+
+/// Asks the engine for the torrent of a task: the one whose download directory is the task's.
+///
+/// @return {"torrents": [...]} with the torrent, or with none when the engine has none for the task.
+/// Throws std::exception with the reason when it could not be asked.
+Json::Value askForTaskTorrent(const EngineSettings& settings, int taskId, const Json::Value& fields);
+
+} // namespace host
+
+#endif

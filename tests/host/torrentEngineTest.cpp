@@ -1,0 +1,132 @@
+#include "host/torrentEngine.h"
+#include "tests/host/loopbackEngine.h"
+#include "tests/host/sandbox.h"
+#include "tests/host/smallStack.h"
+
+#include <json/writer.h>
+
+namespace {
+
+// An empty list of torrents with 5000 spaces behind it.
+const std::string kPacked("\037\213\010\000\000\000\000\000\002\003\355\306\273\011\2000\030\205\321U\344\326N\220U\304"
+                          "BBH\343\003\376G\025\262\273\2053\330}\247:C\326<\317P\221g\255\315]\253\016\353y\265;\134e("
+                          "\036\263\357\333>\347\002\000\000\000\000\000\000\340w/}\347od\270\023\000\000",
+                          85);
+
+struct TorrentEngine : testing::Test {
+    TorrentEngine() {
+        setenv("http_proxy", "http://127.0.0.1:1", 1); // nobody listens there
+        fields.append("files");
+    }
+
+    /// @return the torrents for task 7, as text, or why there are none.
+    std::string ask() {
+        std::string answer;
+        onSmallStack([&] {
+            try {
+                Json::StreamWriterBuilder builder;
+                builder["indentation"] = "";
+                answer = Json::writeString(builder, host::askForTaskTorrent(settings, 7, fields)["torrents"]);
+            } catch (const std::exception& error) {
+                answer = error.what();
+            }
+        });
+        return answer;
+    }
+
+    /// Asks an engine that gives the n-th request the n-th answer, and every further one the last.
+    std::string ask(const std::vector<std::string>& answers) {
+        requests.clear();
+        const LoopbackEngine engine([&](const std::string& request) {
+            requests.push_back(request);
+            return answers[std::min(requests.size(), answers.size()) - 1];
+        });
+        settings.url = engine.url;
+        const std::string answer = ask();
+        connections = engine.connections;
+        return answer;
+    }
+
+    std::string torrent(const std::string& directory) const {
+        return R"({"downloadDir":")" + sandbox / directory + R"(","hashString":"aa"})";
+    }
+
+    Sandbox sandbox;
+    host::EngineSettings settings{"", sandbox / "D", {}};
+    Json::Value fields;
+    const std::string found = success("[" + torrent("D//7/") + "]"); ///< the first answer, as a rule
+    std::vector<std::string> requests;                               ///< heads and bodies
+    int connections = 0;
+};
+
+TEST_F(TorrentEngine, AsksForTheTorrentOfTheTasksDirectoryAlone) {
+    std::filesystem::create_directories(sandbox / "D/7");
+    std::filesystem::create_directory_symlink(sandbox / "D", sandbox / "other");
+    const std::string item = R"([{"files":[{"length":5000000000,"name":"Film/a.mkv"}],"hashString":"aa"}])";
+    const std::string others = R"([{"hashString":"bb","downloadDir":"/D/7"},{"downloadDir":7},3,)";
+    // clang-format off
+    const std::pair<std::size_t, const char*> parts[] = {
+        {0, "Authorization: Basic dXNlcjpzZWNyZXQ=\r\n"},
+        {1, "X-Transmission-Session-Id: S1\r\n"},
+        {1, R"({"arguments":{"fields":["id","hashString","downloadDir"]},"method":"torrent-get"})"},
+        {3, R"({"arguments":{"fields":["files","hashString"],"ids":["aa"]},"method":"torrent-get"})"},
+        {3, "X-Transmission-Session-Id: S2\r\n"}};
+    // clang-format on
+    for (const char* directory : {"D/7", "D//7//", "other/7"}) {
+        EXPECT_EQ(ask({http(409, "no", "x-transmission-session-id: S1\r\n"), success(others + torrent(directory) + "]"),
+                       http(409, "no", "X-Transmission-Session-Id:S2\r\n"), success(item)}),
+                  item)
+            << directory;
+        EXPECT_EQ(connections, 1);
+        for (const auto& [request, part] : parts) {
+            EXPECT_NE(requests.at(request).find(part), std::string::npos) << part;
+        }
+    }
+}
+
+TEST_F(TorrentEngine, PassesOnTheAnswerOrSaysWhyThereIsNone) {
+    const std::string packed = http(200, kPacked, "Content-Encoding: gzip\r\n");
+    const std::string two = success("[" + torrent("D/7") + "," + torrent("D/7") + "]");
+    std::string nest;
+    while (nest.size() < 2000) {
+        nest += R"({"a":)";
+    }
+    // The answer's beginning; the script; how many requests it takes; the limits.
+    // clang-format off
+    const struct { std::string answer; std::vector<std::string> script; std::size_t requests = 1; int milliseconds = 20000;
+                   std::size_t bytes = 4000; } cases[] = {
+        {"[]", {success("[]")}}, {"[]", {success("[" + torrent("D/8") + "]")}}, {"[]", {found, success("[]")}, 2},
+        {"[]", {packed}, 1, 20000, 6000},
+        {R"([{"files":[],"hashString":"aa"}])", {found, success(R"([{"hashString":"aa","files":[]}])")}, 2},
+        {"Operation timed out", {found, found.substr(0, 20)}, 2, 200}, {"Operation timed out", {""}, 1, 200},
+        {"transfer closed with 6 bytes", {http(200, "{}    ", "Connection: close\r\n").substr(0, 57)}},
+        {"Received HTTP/0.9", {"Connection: close"}},
+        {"HTTP status 401 (", {http(401, "no")}}, {"HTTP status 500 (", {http(500, "{}")}},
+        {"HTTP status 409 (", {http(409, "", "X-Transmission-Session-Id: S\r\n")}, 2},
+        {"HTTP status 409 (", {http(409, "no id")}}, {"HTTP status 302 (", {http(302, "", "Location: /\r\n")}},
+        {"the answer is not a JSON object (http://127.0.0.1:", {http(200, "<html>")}},
+        {"the answer is not a JSON", {http(200, "[]")}}, {"the answer is not a JSON", {http(200, "{} x")}},
+        {"Exceeded stackLimit", {http(200, nest)}},
+        {"the answer is too long", {http(200, std::string(4001, ' '))}}, {"the answer is too long", {packed}},
+        {"refused: no method name (", {http(200, R"({"result":"no method name"})")}},
+        {"refused: no result (", {http(200, "{}")}}, {"the engine's answer holds no list", {success("{}")}},
+        {"the engine's answer holds no list", {http(200, R"({"result":"success","arguments":7})")}},
+        {"two torrents download into", {two}}, {"the engine answered for another", {found, two}, 2},
+        {"the engine answered for another", {found, success(R"([{"hashString":"bb"}])")}, 2},
+        {"the engine's torrent has no hash", {success(R"([{"downloadDir":")" + sandbox / "D/7" + "\"}]")}}};
+    // clang-format on
+    for (const auto& it : cases) {
+        settings.limits = {std::chrono::seconds(5), std::chrono::milliseconds(it.milliseconds), it.bytes};
+        const std::string answer = ask(it.script);
+        EXPECT_EQ(answer.substr(0, it.answer.size()), it.answer);
+        EXPECT_EQ(answer.find("secret"), std::string::npos) << answer;
+        EXPECT_EQ(requests.size(), it.requests) << it.answer;
+    }
+    EXPECT_EQ(ask().rfind("Failed to connect to 127.0.0.1 port", 0), 0U);
+    settings.url = "file:///etc/passwd";
+    EXPECT_EQ(ask().rfind("Protocol \"file\"", 0), 0U);
+    fields = "files";
+    EXPECT_EQ(ask(), "the fields are not a list");
+}
+
+} // namespace
