@@ -2,6 +2,7 @@
 
 #include "host/settings.h"
 #include "host/systemLog.h"
+#include "host/torrentName.h"
 #include "platform/torrentEngine.h"
 
 #include <algorithm>
@@ -98,6 +99,20 @@ Json::Value getTorrent(RpcClient& engine, const std::string& hash, const Json::V
     return answer;
 }
 
+void correctNames(Json::Value& files, const std::string& taskDirectory) {
+    for (Json::Value& file : files) {
+        if (!member(file, "name").isString()) {
+            continue;
+        }
+        Json::Value& name = file["name"];
+        if (!staysBelow(textOf(name))) {
+            name = Json::Value(); // nobody can take it for a path, and the file's index still holds
+        } else if (const auto other = otherNameOnDisk(taskDirectory, textOf(name))) {
+            name = *other;
+        }
+    }
+}
+
 } // namespace
 
 Json::Value askForTaskTorrent(const EngineSettings& settings, int taskId, const Json::Value& fields) {
@@ -112,7 +127,13 @@ Json::Value askForTaskTorrent(const EngineSettings& settings, int taskId, const 
         none["torrents"] = Json::Value(Json::arrayValue);
         return none;
     }
-    return getTorrent(engine, hash, fields);
+    Json::Value answer = getTorrent(engine, hash, fields);
+    for (Json::Value& torrent : answer["torrents"]) {
+        if (member(torrent, "files").isArray()) {
+            correctNames(torrent["files"], taskDirectory);
+        }
+    }
+    return answer;
 }
 
 } // namespace host

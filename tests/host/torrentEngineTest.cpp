@@ -129,4 +129,31 @@ TEST_F(TorrentEngine, PassesOnTheAnswerOrSaysWhyThereIsNone) {
     EXPECT_EQ(ask(), "the fields are not a list");
 }
 
+TEST_F(TorrentEngine, NamesFilesAsTheyLieOnTheDisk) {
+    for (const char* path :
+         {"Top \U0001F600/b \U0001F3AC.mkv.part", "\u1F60a", "\U0001F60A", "\U00020000", "\U0001F601\u30421"}) {
+        sandbox.write(std::string("D/7/") + path, "");
+    }
+    // clang-format off
+    const std::pair<const char*, const char*> names[] = {
+        {"7", "7"}, {R"("..a/a..b/...")", R"("..a/a..b/...")"}, {"\"bad \xff\"", R"("bad \ufffd")"}, // the writer's sign
+        {R"("Top \u1f600/b \u1f3ac.mkv")", R"("Top \ud83d\ude00/b \ud83c\udfac.mkv")"},
+        {R"("Top \u1f600/gone.mkv")", R"("Top \u1f600/gone.mkv")"},
+        {R"("\u20000")", R"("\ud840\udc00")"},
+        {R"("\u1f60a")", R"("\u1f60a")"}, // both readings are characters; the one on the disk counts
+        {R"("\u1f601\u30421")", R"("\ud83d\ude01\u30421")"},
+        {R"("")", "null"}, {R"("/etc/passwd")", "null"}, {R"("..")", "null"}, {R"("../a")", "null"},
+        {R"("a/../../8/a.mkv")", "null"}, {R"("a/./b")", "null"}, {R"("a//b")", "null"}, {R"("a/")", "null"},
+        {R"("a\u0000b")", "null"}};
+    // clang-format on
+    std::string reported = "[3";
+    std::string expected = "[3";
+    for (const auto& [name, real] : names) {
+        reported += std::string(R"(,{"name":)") + name + "}";
+        expected += std::string(R"(,{"name":)") + real + "}";
+    }
+    EXPECT_EQ(ask({found, success(R"([{"files":)" + reported + R"(],"hashString":"aa"}])")}),
+              R"([{"files":)" + expected + R"(],"hashString":"aa"}])");
+}
+
 } // namespace
