@@ -1,9 +1,11 @@
 #include "platform/fileSystem.h"
+#include "platform/group.h"
 #include "platform/mediaIndex.h"
 #include "tests/host/sandbox.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 namespace {
 
@@ -39,6 +41,29 @@ TEST(MediaIndex, KnowsFilesByTheirExtension) {
         EXPECT_EQ(BlVEXOIndexIsVideo(text) != 0, kind == 'v') << text;
         EXPECT_EQ(BlVEXOIndexIsPhoto(text) != 0, kind == 'p') << text;
         EXPECT_EQ(BlVEXOIndexIsSubtitleFile(text) != 0, kind == 's') << text;
+    }
+}
+
+/// Asks in a process that sees another user database; skips where the machine admits no such view.
+TEST(Group, KnowsAdministratorsByPrimaryGroupAndByMembership) {
+    if (const char* uid = std::getenv("ASK_ABOUT_UID"); uid != nullptr) {
+        std::exit(10 + VLIBGroupIsAdminGroupMemByUid(static_cast<unsigned>(std::atoi(uid)), 1));
+    }
+    const Sandbox sandbox;
+    const std::string users = sandbox.write("passwd", "ann:x:1001:101::/:\nbob:x:1002:102::/:\ncy:x:1003:102::/:\n");
+    const std::string none = sandbox.write("none", "");
+    const std::string many(5000, 'm'); // an entry that outgrows the first buffer
+    const std::string groups = sandbox.write("group", "administrators:x:101:root," + many + ",bob\n");
+    const std::string view = "bwrap --dev-bind / / --ro-bind " + users + " /etc/passwd --ro-bind ";
+    if (std::system((view + groups + " /etc/group true 2>/dev/null").c_str()) != 0) {
+        GTEST_SKIP() << "no namespaces on this machine";
+    }
+    const std::string self = "'" + std::filesystem::read_symlink("/proc/self/exe").string() + "' --gtest_filter='Group.*'";
+    const std::tuple<const char*, std::string, int> cases[] = {
+        {"1001", groups, 1}, {"1002", groups, 1}, {"1003", groups, 0}, {"1004", groups, -1}, {"1001", none, 0}};
+    for (const auto& [uid, file, expected] : cases) {
+        const std::string ask = view + file + " /etc/group --setenv ASK_ABOUT_UID " + uid + " " + self;
+        EXPECT_EQ(WEXITSTATUS(std::system((ask + " >/dev/null 2>&1").c_str())) - 10, expected) << uid;
     }
 }
 
