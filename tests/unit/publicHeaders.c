@@ -3,6 +3,7 @@
 #include "platform/group.h"
 #include "platform/mediaIndex.h"
 #include "platform/process.h"
+#include "util/file.h"
 
 int main(void) {
     return 0;

@@ -1,0 +1,192 @@
+#include "fakePlatform.h"
+
+#include "platform/fileSystem.h"
+#include "platform/group.h"
+#include "platform/mediaIndex.h"
+#include "platform/process.h"
+#include "platform/processRunner.h"
+#include "platform/thumbnailDatabase.h"
+#include "platform/torrentEngine.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <sys/syscall.h>
+#include <sys/vfs.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+// clang-format off: bodies of one line
+
+FakePlatform fake;
+
+int FakePlatform::take(const std::string& call, int result) {
+    calls.push_back(call);
+    return static_cast<int>(calls.size()) - 1 == failingCall ? -1 : result;
+}
+
+int FakePlatform::judge(const std::string& test, const std::string& name, std::initializer_list<const char*> accepted) {
+    calls.push_back(test + "|" + name);
+    return std::count(accepted.begin(), accepted.end(), name) != 0 ? 1 : 0;
+}
+
+Json::Value json(const std::string& text) {
+    Json::Value value;
+    std::istringstream(text) >> value;
+    return value;
+}
+
+Sandbox::Sandbox() : path(std::filesystem::temp_directory_path() / ("downloadthumbnail." + std::to_string(getpid()))) {
+    std::filesystem::create_directories(path);
+}
+
+Sandbox::~Sandbox() { std::filesystem::remove_all(path); }
+
+namespace {
+
+std::string compact(const Json::Value& value) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    return Json::writeString(builder, value);
+}
+
+std::string text(const char* argument) { return argument != nullptr ? argument : "(null)"; }
+
+/// Each behind a '|'; "(null)" for a null pointer.
+std::string joined(std::initializer_list<const char*> arguments) {
+    std::string all;
+    for (const char* argument : arguments) {
+        all += "|" + text(argument);
+    }
+    return all;
+}
+
+} // namespace
+
+int VEXODownloadRpcTorrentGet(int taskId, const Json::Value& fields, Json::Value& reply) {
+    reply = fake.reply;
+    return fake.take("torrent|" + std::to_string(taskId) + "|" + compact(fields), fake.engineResult);
+}
+
+int DownloadThumbnailDBGetByTaskId(int taskId, Json::Value* reply) {
+    *reply = fake.stored;
+    return fake.take("rows|" + std::to_string(taskId), fake.readResult);
+}
+
+int DownloadThumbnailDBCreate(Json::Value* row) {
+    const int result = fake.take("insert|" + compact(*row), fake.insertResult);
+    if (result >= 0) {
+        fake.stored["data"].append(*row);
+    }
+    return result;
+}
+
+int BlVEXOIndexIsVideo(const char* extension) { return fake.judge("video", extension, {"mkv", "mp4", "MKV"}); }
+int BlVEXOIndexIsPhoto(const char* extension) { return fake.judge("photo", extension, {"jpg", "png"}); }
+int BlVEXOIndexIsSubtitleFile(const char* name) { return fake.judge("subtitle", name, {"sub.mkv"}); }
+
+int VEXOFSMkdirP(const char* path, const char* base, int parents, int uid, int gid, mode_t mode) {
+    std::ostringstream call;
+    call << "mkdir|" << path << "|" << text(base) << "|" << parents << "|" << uid << "|" << gid << "|" << std::oct << mode;
+    std::filesystem::create_directories(path);
+    return fake.take(call.str(), fake.makeDirectoryResult);
+}
+
+int VLIBCExec(const char* path, const char* arg1, const char* arg2, const char* arg3, const char* arg4) {
+    return fake.take("exec" + joined({path, arg1, arg2, arg3, arg4}), fake.answer);
+}
+
+int VLIBCExecl(const char* path, int options, ...) {
+    std::string call = "execl|" + text(path) + "|" + std::to_string(options);
+    va_list arguments;
+    va_start(arguments, options);
+    while (const char* argument = va_arg(arguments, const char*)) {
+        call += "|" + text(argument);
+    }
+    va_end(arguments);
+    return fake.take(call, fake.removalResult);
+}
+
+int VLIBCExecv(const char* path, char* const argv[], int flag) {
+    std::string call = "execv|" + text(path) + "|" + std::to_string(flag);
+    char* const* argument = argv;
+    for (; *argument != nullptr; ++argument) {
+        call += "|" + text(*argument);
+    }
+    const int result = fake.take(call, fake.toolResult);
+    if (fake.toolWrites && result == 0) {
+        std::ofstream(argument[-1]) << fake.picture;
+    }
+    errno = ENOENT;
+    return result;
+}
+
+int VLIBGroupIsAdminGroupMemByUid(unsigned int uid, int flag) {
+    return fake.take("group|" + std::to_string(uid) + "|" + std::to_string(flag), fake.groupResult);
+}
+
+namespace VEXOUtils {
+
+ProcessRunner::ProcessRunner(const char* path, const char* arg0, const char* arg1, const char* arg2, const char* arg3,
+                             const char* arg4, const char* arg5, const char* arg6, const char* arg7, const char* arg8)
+    : command_{text(path), text(arg0) + joined({arg1, arg2, arg3, arg4, arg5, arg6, arg7, arg8})} {}
+
+ProcessRunner::~ProcessRunner() = default;
+
+void ProcessRunner::addArguments(const char* arg1, const char* arg2, const char*, const char*, const char*, const char*,
+                                 const char*, const char*, const char*) {
+    command_.push_back(arg2 == nullptr ? arg1 : "(more than one)");
+}
+
+int ProcessRunner::run(bool capture, bool wait) {
+    output_ = fake.helperOutput;
+    std::string call = std::string("run|") + (capture ? "1" : "0") + (wait ? "1" : "0");
+    for (const std::string& argument : command_) {
+        call += "|" + argument;
+    }
+    return fake.take(call, fake.helperResult);
+}
+
+std::string ProcessRunner::getCapturedOutput() { return output_; }
+
+} // namespace VEXOUtils
+
+extern "C" {
+
+__attribute__((visibility("default"))) void syslog(int priority, const char* format, ...) {
+    char line[1024];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    std::string message = line;
+    const std::size_t colon = message.find(':') + 1;
+    const std::size_t digits = std::strspn(message.c_str() + colon, "0123456789");
+    message.replace(colon, digits, digits > 0 ? "" : "(no line)");
+    fake.messages.push_back((priority == LOG_ERR ? "" : "priority " + std::to_string(priority) + " ") + message);
+}
+
+__attribute__((visibility("default"))) ssize_t readlink(const char* path, char* buffer, size_t size) {
+    if (std::strcmp(path, "/var/services/download") != 0) {
+        return syscall(SYS_readlink, path, buffer, size);
+    }
+    if (size == 0 || fake.downloadLink.empty()) {
+        errno = EINVAL;
+        return -1;
+    }
+    return static_cast<ssize_t>(fake.downloadLink.copy(buffer, size));
+}
+
+__attribute__((visibility("default"))) int statfs64(const char*, struct statfs64* volume) {
+    volume->f_bavail = static_cast<decltype(volume->f_bavail)>(fake.availableBlocks);
+    volume->f_bsize = fake.blockSize;
+    return fake.take("statfs", 0);
+}
+
+} // extern "C"
