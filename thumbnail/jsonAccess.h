@@ -1,0 +1,39 @@
+#ifndef VEXODL_THUMBNAIL_JSON_ACCESS_H
+#define VEXODL_THUMBNAIL_JSON_ACCESS_H
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+/// Reads of JSON whose shape is unknown.
+///
+/// jsoncpp's own accessors throw on a value of another type, and its non-const ones add what they look for. These do
+/// neither: where there is nothing to read, or it does not convert, the answer is null, false, 0 or empty. References
+/// and views point into the argument.
+namespace jsonAccess {
+
+/// Member of an object.
+const Json::Value& member(const Json::Value& value, const char* key);
+
+/// Element of an array.
+const Json::Value& element(const Json::Value& value, int index);
+
+/// A boolean, or a number other than 0.
+bool toBool(const Json::Value& value);
+
+/// An integer, or the whole part of a number in the range of 64 bits.
+std::int64_t toInt64(const Json::Value& value);
+
+/// A string, raw bytes.
+std::string_view toText(const Json::Value& value);
+
+/// Reads one JSON text, nested 32 deep at most: more would not fit the stack of a small thread.
+///
+/// @return false when `text` is no JSON; `value` stays as it was then.
+bool parse(const std::string& text, Json::Value& value);
+
+} // namespace jsonAccess
+
+#endif
