@@ -52,6 +52,54 @@ public:
     bool IsSameThumbnail(Thumbnail& other);
 };
 
+/// Makes the preview pictures of one download task.
+///
+/// The service calls the constructor and getTotalThumbnailNumber(); the other members are its stages. Rules common to
+/// all members:
+/// - The result is negative on failure and 0 or a count otherwise. Nothing throws, whatever the torrent engine, the
+///   database or a program answers, and a failed call leaves the object usable.
+/// - Everything runs on the caller's thread and blocks until the programs that it starts have ended. One thread uses an
+///   object at a time; objects of different tasks may be used in different threads. Two runs for one task are not kept
+///   apart.
+/// - With `debug` set every failure writes a line to the system log (LOG_ERR); results do not depend on it.
+/// - Lists are filled through reference parameters. A file index is a 0-based position in the torrent item's "files".
+class ThumbnailGenerator {
+public:
+    std::int32_t taskId;   ///< the download task
+    Json::Value taskFiles; ///< the torrent item that the engine last reported; null before the first fetch
+    bool debug;            ///< failures are logged
+
+    /// Touches neither the engine, the database nor a file.
+    ThumbnailGenerator(int taskId, bool debug);
+
+    /// Counts the thumbnails that the task should have, recorded or not; makes none.
+    /// @return 0 to 30, or -1.
+    int getTotalThumbnailNumber();
+
+    // Stages, in the order of a run.
+
+    /// Fetches the torrent item of `taskId` (the argument) into `taskFiles`, which stays as it was on failure.
+    int getTaskFileList(int taskId);
+
+    /// Keeps the first torrent of an engine's reply in `taskFiles`. @return -1 when the reply has none.
+    int getFirstTorrentItem(Json::Value reply);
+
+    /// Appends the indices of the task's video files, ascending; subtitles are none. @return -1 without a file list.
+    int getVideoFile(std::vector<int>& indices);
+
+    /// Appends the indices of the task's photo files, ascending. @return -1 without a file list.
+    int getPhotoFile(std::vector<int>& indices);
+
+    /// Replaces candidates of one kind by those that get thumbnails: the five largest wanted files, largest first (of
+    /// equal ones the higher index), of videos only those of at least 50 MiB (52428800 bytes).
+    /// @return -1 when there are no candidates, which stay as they are.
+    int getNeedThumbnail(std::vector<int>& indices, VEXODL_MEDIA_TYPE type);
+
+    /// Appends the task's plan: five records a chosen video, one a chosen photo. On failure records already appended
+    /// stay.
+    int getThumbnailList(std::vector<Thumbnail>& list);
+};
+
 #pragma GCC visibility pop
 
 #endif

@@ -1,17 +1,107 @@
-// The record of one thumbnail.
+// The class on a fake platform: results, messages and questions to the neighbours of every stage, with the debug flag
+// on and off.
 
 #include "fakePlatform.h"
 #include "thumbnail/thumbnailGenerator.h"
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 namespace {
 
+using Texts = std::vector<std::string>;
 constexpr auto kVideo = VEXODL_MEDIA_TYPE_VIDEO;
 constexpr auto kPhoto = VEXODL_MEDIA_TYPE_PHOTO;
 
 // One row a case, also where that is a long line.
 // clang-format off
+
+/// What a test does, and all that comes of it. Messages (those with the debug flag set) and calls are separated by ';'.
+struct Case {
+    std::string name;
+    std::function<void()> arrange;
+    std::function<int(ThumbnailGenerator&)> act;
+    int result;
+    std::string messages, calls = "any";
+};
+
+#define SET(...) [=] { __VA_ARGS__; }
+#define CALL(...) [=](ThumbnailGenerator& generator) { return generator.__VA_ARGS__; }
+
+std::string join(const Texts& texts, const std::string& prefix = "") {
+    std::string joined;
+    for (const std::string& text : texts) {
+        joined += (joined.empty() ? "" : ";") + (text.rfind(prefix, 0) == 0 ? text.substr(prefix.size()) : "! " + text);
+    }
+    return joined;
+}
+
+std::string number(long long value) { return std::to_string(value); }
+std::string file(const std::string& name, long long length, long long completed) {
+    return R"({"name":")" + name + R"(","length":)" + number(length) + R"(,"bytesCompleted":)" + number(completed) + "}";
+}
+std::string row(int fileIndex, int index) {
+    return R"({"task_id":12,"file_index":)" + number(fileIndex) + R"(,"thumbnail_index":)" + number(index) + "}";
+}
+
+/// A torrent item with these files, all wanted.
+Json::Value item(const Texts& files) {
+    Json::Value torrent = json(R"({"files":[],"fileStats":[]})");
+    for (const std::string& text : files) {
+        torrent["files"].append(json(text));
+        torrent["fileStats"].append(json(R"({"wanted":true})"));
+    }
+    return torrent;
+}
+
+/// The engine reports a torrent with these files.
+void report(const Texts& files) {
+    fake.reply = Json::Value();
+    fake.reply["arguments"]["torrents"].append(item(files));
+}
+
+const std::string kFilm = file("a.mkv", 52428800, 52428800), kPicture = file("b.jpg", 10, 10);
+const Texts kSomeTask = {kFilm, kPicture, file("c.png", 1000, 500)};
+
+class GeneratorTest : public testing::Test {
+protected:
+    GeneratorTest() { reset(); }
+
+    void reset() {
+        fake = FakePlatform();
+        fake.downloadLink = directory_;
+        report(kSomeTask);
+    }
+
+    void check(const std::vector<Case>& cases) {
+        for (const Case& each : cases) {
+            for (const bool debug : {true, false}) {
+                SCOPED_TRACE(each.name + (debug ? ", debug" : ""));
+                reset();
+                ThumbnailGenerator generator(12, debug);
+                generator.taskFiles = item(kSomeTask);
+                each.arrange();
+                EXPECT_EQ(each.act(generator), each.result);
+                EXPECT_EQ(join(fake.messages, "thumbnailGenerator: "), debug ? each.messages : "");
+                if (debug && each.calls != "any") {
+                    EXPECT_EQ(join(fake.calls), each.calls);
+                }
+            }
+        }
+    }
+
+    Sandbox sandbox_;
+    const std::string directory_ = sandbox_.path.string(), task_ = directory_ + "/12/";
+};
+
+std::vector<int> ranked(const Json::Value& torrent, std::vector<int> indices, VEXODL_MEDIA_TYPE type) {
+    ThumbnailGenerator generator(12, false);
+    generator.taskFiles = torrent;
+    EXPECT_EQ(generator.getNeedThumbnail(indices, type), 0);
+    EXPECT_EQ(generator.taskFiles, torrent);
+    return indices;
+}
 
 } // namespace
 
@@ -46,5 +136,104 @@ TEST(ThumbnailTest, IsTheSameByTaskFileAndIndexAlone) {
     EXPECT_TRUE(one.IsSameThumbnail(same));
     for (Thumbnail other : {Thumbnail(13, 3, 2, "a", {}), Thumbnail(12, 4, 2, "a", {}), Thumbnail(12, 3, 1, "a", {})}) {
         EXPECT_FALSE(one.IsSameThumbnail(other));
+    }
+}
+
+TEST_F(GeneratorTest, FetchesTheFirstTorrent) {
+    const auto fetch = [&](const Json::Value& expected) {
+        return [=](ThumbnailGenerator& generator) {
+            const int result = generator.getTaskFileList(99);
+            EXPECT_EQ(generator.taskFiles, expected);
+            return result;
+        };
+    };
+    check({{"several torrents", SET(fake.reply = json(R"({"arguments":{"torrents":["kept all the same",5]}})")),
+            fetch("kept all the same"), 0, "", R"(torrent|99|["id","name","files","fileStats"])"},
+           {"positive result", SET(fake.engineResult = 1), fetch(item(kSomeTask)), -1, "Failed to get torrent file list"}});
+    for (const char* text : {"null", "[]", "7", R"({"arguments":5})", R"({"arguments":{"torrents":{"0":{}}}})",
+                             R"({"arguments":{"torrents":"x"}})", R"({"arguments":{"torrents":[]}})"}) {
+        check({{text, SET(fake.reply = json(text)), fetch(item(kSomeTask)), -1, "Failed to get first torrent item"}});
+    }
+    EXPECT_TRUE(ThumbnailGenerator(12, true).taskFiles.isNull());
+}
+
+TEST_F(GeneratorTest, ClassifiesByExtension) {
+    for (const char* text : {"null", "[]", "5", "{}", R"({"files":{"0":1}})", R"({"files":[]})"}) {
+        for (auto list : {&ThumbnailGenerator::getVideoFile, &ThumbnailGenerator::getPhotoFile}) {
+            check({{text, SET(), [=](ThumbnailGenerator& generator) {
+                        generator.taskFiles = json(text);
+                        std::vector<int> indices = {7};
+                        const int result = (generator.*list)(indices);
+                        EXPECT_EQ(indices, std::vector<int>{7});
+                        EXPECT_EQ(generator.taskFiles, json(text));
+                        return result;
+                    }, -1, "Wrong jsontorrent format"}});
+        }
+    }
+    ThumbnailGenerator generator(12, true);
+    generator.taskFiles = json(R"({"files":[{"name":"movie.MKV"},{},5,{"name":7},{"name":"none"},{"name":".mp4"},
+        {"name":"x.tar.gz"},{"name":"end."},{"name":"Season.1/episode"},{"name":"sub.mkv"},{"name":"a.jpg"}]})");
+    std::vector<int> indices = {7};
+    EXPECT_EQ(generator.getVideoFile(indices), 0);
+    EXPECT_EQ(indices, (std::vector<int>{7, 0, 5}));
+    EXPECT_EQ(join(fake.calls), "video|MKV;subtitle|movie.MKV;video|mp4;subtitle|.mp4;video|gz;video|;video|1/episode;"
+                                    "video|mkv;subtitle|sub.mkv;video|jpg");
+    EXPECT_EQ(generator.getPhotoFile(indices), 0);
+    EXPECT_EQ(indices, (std::vector<int>{7, 0, 5, 10}));
+}
+
+TEST_F(GeneratorTest, RanksCandidates) {
+    std::vector<int> none;
+    check({{"no candidates", SET(), [&](ThumbnailGenerator& generator) { return generator.getNeedThumbnail(none, kVideo); },
+            -1, "Bad parameter"}});
+    Texts files;
+    for (const long long length : {52428800LL, 52428809LL, 6000000000LL, 52428799LL, 52428809LL, 52428801LL, 5000000000LL}) {
+        files.push_back(file("v", length, 0));
+    }
+    EXPECT_EQ(ranked(item(files), {0, 1, 2, 3, 4, 5, 6}, kVideo), (std::vector<int>{2, 6, 4, 1, 5}));
+    EXPECT_EQ(ranked(item(files), {3, 5, 1, 0}, kVideo), (std::vector<int>{1, 5, 0}));
+    EXPECT_EQ(ranked(item(files), {3, 0, 99, -1}, kPhoto), (std::vector<int>{0, 3}));
+    // Values of every shape: what does not convert is no length, or not wanted.
+    EXPECT_EQ(ranked(json(R"({"files":[{"length":"9"},{"length":1e300},{"length":18446744073709551615},
+        {"length":9223372036854775808.0},{"length":7.9},{"length":true},5,{"length":99}],"fileStats":[{"wanted":true},
+        {"wanted":1},{"wanted":true},{"wanted":0.5},{"wanted":true},{"wanted":true},{"wanted":true},{"wanted":"true"}]})"),
+        {0, 1, 2, 3, 4, 5, 6, 7}, kPhoto), (std::vector<int>{4, 5, 6, 3, 2}));
+    EXPECT_EQ(ranked(json(R"({"files":[{"length":9}],"fileStats":{"0":{"wanted":true}}})"), {0}, kPhoto), std::vector<int>());
+}
+
+TEST_F(GeneratorTest, PlansAndCounts) {
+    const auto count = CALL(getTotalThumbnailNumber());
+    Texts many;
+    for (int pair = 0; pair < 7; ++pair) {
+        many.insert(many.end(), {kFilm, file("p.jpg", 0, 0)});
+    }
+    check({{"one video and two photos", SET(), count, 7, ""},
+           {"everything recorded", SET(fake.stored["data"].append(json(row(1, 0)))), count, 7, ""},
+           {"the largest plan", SET(report(many)), count, 30, ""},
+           {"a small video", SET(report({file("v.mkv", 5, 5), kPicture})), count, 1, ""},
+           {"nothing of interest", SET(report({file("readme.txt", 5, 5)})), count, 0, ""},
+           {"nothing wanted", SET(fake.reply["arguments"]["torrents"][0].removeMember("fileStats")), count, 0, ""},
+           {"no engine", SET(fake.engineResult = 1), count, -1, "Failed to get torrent file list;Failed to get file list of task"},
+           {"no files", SET(report({})), count, -1,
+            "Wrong jsontorrent format;Failed to get list of video files;Failed to getThumbnailList"}});
+
+    const struct { const char* state; const char* path; } downloads[] = {
+        {R"("bytesCompleted":100)", "d/a.mkv.part"}, {R"("bytesCompleted":52428801)", "d/a.mkv.part"},
+        {R"("bytesCompleted":52428800)", "d/a.mkv"}, {R"("bytesCompleted":100.5)", "d/a.mkv"},
+        {R"("bytesCompleted":"100")", "d/a.mkv"}, {R"("other":1)", "d/a.mkv"}};
+    for (const auto& each : downloads) {
+        SCOPED_TRACE(each.state);
+        ThumbnailGenerator generator(12, true);
+        generator.taskFiles = item({R"({"name":"d/a.mkv","length":52428800,)" + std::string(each.state) + "}",
+                                    file("p.jpg", 10, 5), file("q.jpg", 11, 5)});
+        std::vector<Thumbnail> list;
+        EXPECT_EQ(generator.getThumbnailList(list), 0);
+        std::string plan;
+        for (const Thumbnail& record : list) {
+            plan += std::to_string(record.task_id) + "/" + std::to_string(record.file_index) + "/" +
+                    std::to_string(record.thumbnail_index) + "/" + std::to_string(record.media_type) + " ";
+        }
+        EXPECT_EQ(plan, "12/0/0/0 12/0/1/0 12/0/2/0 12/0/3/0 12/0/4/0 12/2/0/1 12/1/0/1 ");
+        EXPECT_EQ(list.at(0).file_path + " " + list.at(5).file_path, std::string(each.path) + " q.jpg");
     }
 }
