@@ -1,13 +1,22 @@
 #include "thumbnail/thumbnailGenerator.h"
 
+#include "platform/fileSystem.h"
 #include "platform/mediaIndex.h"
+#include "platform/process.h"
+#include "platform/processRunner.h"
 #include "platform/torrentEngine.h"
 #include "thumbnail/jsonAccess.h"
 #include "util/cancellation.h"
+#include "util/file.h"
 
+#include <sys/stat.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
+#include <ctime>
 #include <exception>
 #include <functional>
 #include <string_view>
@@ -36,9 +45,17 @@ namespace {
 
 constexpr int kFailed = -1;
 
+constexpr const char* kFfmpeg = "/usr/vexo/bin/ffmpeg";
+constexpr const char* kConvertThumb = "/usr/vexo/bin/convert-thumb";
+constexpr const char* kDurationHelper = "/var/packages/Quellbox/target/bin/vexodlgetduration";
+
+constexpr const char* kWorkDirectory = "vexodlthumbnail";
+constexpr mode_t kWorkDirectoryMode = 0755;
+
 constexpr int kThumbnailsPerVideo = 5;
 constexpr std::size_t kFilesPerKind = 5;
 constexpr std::int64_t kMinVideoBytes = 52428800;
+constexpr int kTimeLimitSeconds = 300;
 
 /// Runs an entry point so that neither an exception (memory ran out) nor a cancellation of the thread leaves it.
 template <class Body>
@@ -147,6 +164,78 @@ Download downloadOf(const Json::Value& file) {
         return Download::unknown;
     }
     return toInt64(bytesCompleted) == toInt64(length) ? Download::complete : Download::incomplete;
+}
+
+// One record's way to its picture.
+
+/// Where a record's source lies and its picture goes.
+struct ThumbnailPaths {
+    std::string source;
+    std::string workDirectory;
+    std::string fileName; ///< of the picture, without directory
+    std::string output;
+};
+
+ThumbnailPaths pathsOf(const std::string& tmpDownloadDir, int taskId, const Thumbnail& thumbnail) {
+    const std::string taskDirectory = tmpDownloadDir + "/" + std::to_string(taskId) + "/";
+    ThumbnailPaths paths;
+    paths.source = taskDirectory + thumbnail.file_path;
+    paths.workDirectory = taskDirectory + kWorkDirectory;
+    paths.fileName = std::to_string(thumbnail.file_index) + "_" + std::to_string(thumbnail.thumbnail_index) + ".jpeg";
+    paths.output = paths.workDirectory + "/" + paths.fileName;
+    return paths;
+}
+
+int findTmpDownloadDir(std::string& directory) {
+    std::array<char, 4096> text = {};
+    if (GetTmpDownloadDir(text.data(), static_cast<int>(text.size())) < 0) {
+        return kFailed;
+    }
+    directory = text.data();
+    return 0;
+}
+
+/// The second that a thumbnail of a video of `duration` seconds shows: one second into its share of the video.
+int secondOf(int duration, int thumbnailIndex) {
+    const std::int64_t share = duration / kThumbnailsPerVideo;
+    return static_cast<int>(share * thumbnailIndex + 1);
+}
+
+// The two ways to a picture, each with its own messages. `second` receives what the picture shows.
+
+int makeFromVideo(ThumbnailGenerator& generator, ThumbnailPaths& paths, int thumbnailIndex, int& second) {
+    const bool debug = generator.debug;
+    Json::Value mediaInfo(Json::objectValue);
+    if (generator.getMediaInfo(paths.source, mediaInfo) < 0) {
+        LOG_FAILURE("%s:%d Failed to get mediaInfo", HERE);
+        return kFailed;
+    }
+    const Json::Value& duration = member(mediaInfo, "duration");
+    if (!duration.isInt() || duration.asInt() <= 0) {
+        LOG_FAILURE("%s:%d Duration is invalid", HERE);
+        return kFailed;
+    }
+    second = secondOf(duration.asInt(), thumbnailIndex);
+    if (generator.generateThumbnailByFFMPEG(paths.source.c_str(), paths.output.c_str(), second) < 0) {
+        LOG_FAILURE("%s:%d Failed to generate thumbnail [%s] from [%s] by ffmpep", HERE, paths.output.c_str(),
+                    paths.source.c_str());
+        return kFailed;
+    }
+    return 0;
+}
+
+int makeFromPhoto(ThumbnailGenerator& generator, const ThumbnailPaths& paths, int fileIndex, int& second) {
+    const bool debug = generator.debug;
+    if (downloadOf(element(member(generator.taskFiles, "files"), fileIndex)) != Download::complete) {
+        return kFailed;
+    }
+    if (generator.generateThumbnailByConvertThumb(paths.source, paths.output) < 0) {
+        LOG_FAILURE("%s:%d Failed to generate thumbnail [%s] from [%s] by convert-thumb", HERE, paths.output.c_str(),
+                    paths.source.c_str());
+        return kFailed;
+    }
+    second = 0;
+    return 0;
 }
 
 int appendMediaFiles(const ThumbnailGenerator& generator, VEXODL_MEDIA_TYPE type, std::vector<int>& indices) {
@@ -294,4 +383,134 @@ int ThumbnailGenerator::getThumbnailList(std::vector<Thumbnail>& list) {
         list.emplace_back(taskId, photo, 0, fileName(taskFiles, photo), VEXODL_MEDIA_TYPE_PHOTO);
     }
     return 0;
+}
+
+// Make.
+
+int ThumbnailGenerator::generateThumbnail(Thumbnail& thumbnail) {
+    std::string tmpDownloadDir;
+    if (findTmpDownloadDir(tmpDownloadDir) < 0) {
+        LOG_FAILURE("%s:%d Failed to get tmp download dir", HERE);
+        return kFailed;
+    }
+    ThumbnailPaths paths = pathsOf(tmpDownloadDir, taskId, thumbnail);
+    if (VEXOFSMkdirP(paths.workDirectory.c_str(), nullptr, 1, -1, -1, kWorkDirectoryMode) < 0) {
+        LOG_FAILURE("%s:%d Failed to do make directory %s", HERE, paths.workDirectory.c_str());
+        return kFailed;
+    }
+    int second = 0;
+    int made = kFailed;
+    switch (thumbnail.media_type) {
+    case VEXODL_MEDIA_TYPE_VIDEO:
+        made = makeFromVideo(*this, paths, thumbnail.thumbnail_index, second);
+        break;
+    case VEXODL_MEDIA_TYPE_PHOTO:
+        made = makeFromPhoto(*this, paths, thumbnail.file_index, second);
+        break;
+    default:
+        LOG_FAILURE("%s:%d Not supported type %d", HERE, static_cast<int>(thumbnail.media_type));
+    }
+    if (made < 0) {
+        return kFailed;
+    }
+    if (isValidThumbnail(paths.output) < 0) {
+        unlink(paths.output.c_str());
+        LOG_FAILURE("%s:%d Not a valid thumbnail image", HERE);
+        return kFailed;
+    }
+    thumbnail.setThumbnail(paths.fileName, second, static_cast<int>(std::time(nullptr)));
+    return 0;
+}
+
+int ThumbnailGenerator::generateThumbnailByFFMPEG(const char* inputPath, const char* outputPath, int second) {
+    std::array<char, 32> secondText = {};
+    std::array<char, 32> timeLimitText = {};
+    if (second <= 0 || std::snprintf(secondText.data(), secondText.size(), "%d", second) < 0) {
+        LOG_FAILURE("%s:%d Failed to set second %d", HERE, second);
+        return kFailed;
+    }
+    if (std::snprintf(timeLimitText.data(), timeLimitText.size(), "%d", kTimeLimitSeconds) < 0) {
+        LOG_FAILURE("%s:%d Failed to set timeout %d", HERE, kTimeLimitSeconds);
+        return kFailed;
+    }
+    // A key frame, its longer side at most 1080 pixels, never enlarged.
+    const char* filter = "select=eq(pict_type\\,I),"
+                         "scale='if(gt(a,1),min(1080,iw),-1)':'if(gt(a,1),-1,min(1080,ih))'";
+    const std::array<const char*, 19> arguments = {kFfmpeg,
+                                                   "-ss",
+                                                   secondText.data(),
+                                                   "-timelimit",
+                                                   timeLimitText.data(),
+                                                   "-i",
+                                                   inputPath,
+                                                   "-vf",
+                                                   filter,
+                                                   "-y",
+                                                   "-vframes",
+                                                   "1",
+                                                   "-an",
+                                                   "-qscale:v",
+                                                   "1",
+                                                   "-f",
+                                                   "mjpeg",
+                                                   outputPath,
+                                                   nullptr};
+    const int result = VLIBCExecv(kFfmpeg, const_cast<char* const*>(arguments.data()), 1);
+    if (result != 0) {
+        LOG_FAILURE("%s:%d Failed to run ffmpeg [%m] return %d", HERE, result);
+        return kFailed;
+    }
+    return 0;
+}
+
+int ThumbnailGenerator::generateThumbnailByConvertThumb(const std::string& inputPath, const std::string& outputPath) {
+    const std::array<const char*, 12> arguments = {
+        kConvertThumb, inputPath.c_str(), "-thumbnail",  "1024x1024>", "-quality",         "90",
+        "-strip",      "-flatten",        "-colorspace", "sRGB",       outputPath.c_str(), nullptr};
+    const int result = VLIBCExecv(kConvertThumb, const_cast<char* const*>(arguments.data()), 1);
+    if (result != 0) {
+        LOG_FAILURE("%s:%d Failed to convert-thumb retcode: %d.", HERE, result);
+        return kFailed;
+    }
+    return 0;
+}
+
+int ThumbnailGenerator::getMediaInfo(std::string& path, Json::Value& mediaInfo) {
+    VEXOUtils::ProcessRunner runner(kDurationHelper, kDurationHelper, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                    nullptr, nullptr, nullptr);
+    if (path.empty()) {
+        LOG_FAILURE("%s:%d Bad parameter", HERE);
+        return kFailed;
+    }
+    const auto addArgument = [&runner](const char* argument) {
+        runner.addArguments(argument, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
+    };
+    addArgument("--path");
+    addArgument(path.c_str());
+    if (debug) {
+        addArgument("--debug_mode");
+    }
+    if (runner.run(true, true) != 0) {
+        LOG_FAILURE("%s:%d Failed to get duration", HERE);
+        return kFailed;
+    }
+    const std::string output = runner.getCapturedOutput();
+    if (output.empty()) {
+        LOG_FAILURE("%s:%d Failed to get output of duration", HERE);
+        return kFailed;
+    }
+    if (!jsonAccess::parse(output, mediaInfo)) {
+        LOG_FAILURE("%s:%d Failed to get mediaInfo json from string", HERE);
+        return kFailed;
+    }
+    return 0;
+}
+
+int ThumbnailGenerator::isValidThumbnail(const std::string& path) {
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) != 0) {
+        LOG_FAILURE("%s:%d Failed to lstat() %s. [%m]", HERE, path.c_str());
+        return kFailed;
+    }
+    return status.st_size != 0 ? 0 : kFailed;
 }

@@ -54,8 +54,8 @@ public:
 
 /// Makes the preview pictures of one download task.
 ///
-/// The service calls the constructor and getTotalThumbnailNumber(); the other members are its stages. Rules common to
-/// all members:
+/// The service calls the constructor and getTotalThumbnailNumber(); the other members are stages of its work. Rules
+/// common to all members:
 /// - The result is negative on failure and 0 or a count otherwise. Nothing throws, whatever the torrent engine, the
 ///   database or a program answers, and a failed call leaves the object usable.
 /// - Everything runs on the caller's thread and blocks until the programs that it starts have ended. One thread uses an
@@ -67,7 +67,7 @@ class ThumbnailGenerator {
 public:
     std::int32_t taskId;   ///< the download task
     Json::Value taskFiles; ///< the torrent item that the engine last reported; null before the first fetch
-    bool debug;            ///< failures are logged
+    bool debug;            ///< failures are logged, and the duration helper runs in its debug mode
 
     /// Touches neither the engine, the database nor a file.
     ThumbnailGenerator(int taskId, bool debug);
@@ -98,6 +98,22 @@ public:
     /// Appends the task's plan: five records a chosen video, one a chosen photo. On failure records already appended
     /// stay.
     int getThumbnailList(std::vector<Thumbnail>& list);
+
+    /// Makes the picture of one record in the task's work directory and completes the record, which stays as it was on
+    /// failure. Records nothing in the database.
+    int generateThumbnail(Thumbnail& thumbnail);
+
+    /// Writes one frame of a video as JPEG. @param second position in the video, above 0.
+    int generateThumbnailByFFMPEG(const char* inputPath, const char* outputPath, int second);
+
+    /// Writes a shrunken JPEG copy of a photo.
+    int generateThumbnailByConvertThumb(const std::string& inputPath, const std::string& outputPath);
+
+    /// Runs the duration helper on a file. @param mediaInfo replaced by the JSON that it printed; any shape.
+    int getMediaInfo(std::string& path, Json::Value& mediaInfo);
+
+    /// @return 0 when something not empty stands at `path`; a link is judged itself, not its target.
+    int isValidThumbnail(const std::string& path);
 };
 
 #pragma GCC visibility pop

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
+#include <fstream>
 #include <functional>
 
 namespace {
@@ -63,6 +65,10 @@ void report(const Texts& files) {
 
 const std::string kFilm = file("a.mkv", 52428800, 52428800), kPicture = file("b.jpg", 10, 10);
 const Texts kSomeTask = {kFilm, kPicture, file("c.png", 1000, 500)};
+
+Thumbnail planned(int fileIndex, int index, VEXODL_MEDIA_TYPE type) {
+    return {12, fileIndex, index, type == kPhoto ? "b.jpg" : "a.mkv", type};
+}
 
 class GeneratorTest : public testing::Test {
 protected:
@@ -235,5 +241,106 @@ TEST_F(GeneratorTest, PlansAndCounts) {
         }
         EXPECT_EQ(plan, "12/0/0/0 12/0/1/0 12/0/2/0 12/0/3/0 12/0/4/0 12/2/0/1 12/1/0/1 ");
         EXPECT_EQ(list.at(0).file_path + " " + list.at(5).file_path, std::string(each.path) + " q.jpg");
+    }
+}
+
+TEST_F(GeneratorTest, RunsTheExternalPrograms) {
+    const auto frame = [](int second) { return CALL(generateThumbnailByFFMPEG("in", "out", second)); };
+    const auto photo = CALL(generateThumbnailByConvertThumb("in", "out"));
+    const auto info = [](std::string path, const char* expected) {
+        return [=](ThumbnailGenerator& generator) mutable {
+            Json::Value output;
+            const int result = generator.getMediaInfo(path, output);
+            EXPECT_EQ(output, json(expected));
+            return result;
+        };
+    };
+    const std::string helper = "run|11|/var/packages/Quellbox/target/bin/vexodlgetduration|"
+                               "/var/packages/Quellbox/target/bin/vexodlgetduration|(null)|(null)|(null)|(null)|(null)|(null)|(null)|(null)|--path|a b";
+    const std::string noJson = "Failed to get mediaInfo json from string";
+    const std::string deep = std::string(5000, '[') + std::string(5000, ']');
+    check({{"a frame", SET(fake.toolWrites = false), frame(7), 0, "",
+            "execv|/usr/vexo/bin/ffmpeg|1|/usr/vexo/bin/ffmpeg|-ss|7|-timelimit|300|-i|in|-vf|select=eq(pict_type\\,I),"
+            "scale='if(gt(a,1),min(1080,iw),-1)':'if(gt(a,1),-1,min(1080,ih))'|-y|-vframes|1|-an|-qscale:v|1|-f|mjpeg|out"},
+           {"second 0", SET(), frame(0), -1, "Failed to set second 0", ""},
+           {"second below 0", SET(), frame(-3), -1, "Failed to set second -3", ""},
+           {"ffmpeg fails", SET(fake.toolResult = 69), frame(1), -1,
+            "Failed to run ffmpeg [No such file or directory] return 69"},
+           {"a photo", SET(fake.toolWrites = false), photo, 0, "",
+            "execv|/usr/vexo/bin/convert-thumb|1|/usr/vexo/bin/convert-thumb|in|-thumbnail|1024x1024>|-quality|90|-strip|"
+            "-flatten|-colorspace|sRGB|out"},
+           {"the converter fails", SET(fake.toolResult = -2), photo, -1, "Failed to convert-thumb retcode: -2."},
+           {"a duration", SET(), info("a b", R"({"duration":12})"), 0, "", helper + "|--debug_mode"},
+           {"no path", SET(), info("", "null"), -1, "Bad parameter", ""},
+           {"the helper fails", SET(fake.helperResult = 2), info("x", "null"), -1, "Failed to get duration"},
+           {"no output", SET(fake.helperOutput = ""), info("x", "null"), -1, "Failed to get output of duration"},
+           {"white space", SET(fake.helperOutput = " \n"), info("x", "null"), -1, noJson},
+           {"no JSON", SET(fake.helperOutput = "{\"duration\""), info("x", "null"), -1, noJson},
+           {"nested deep", SET(fake.helperOutput = deep), info("x", "null"), -1, noJson},
+           {"a scalar", SET(fake.helperOutput = "7"), info("x", "7"), 0, ""}});
+    reset();
+    ThumbnailGenerator quiet(12, false);
+    info("a b", R"({"duration":12})")(quiet);
+    EXPECT_EQ(fake.calls, Texts{helper});
+}
+
+TEST_F(GeneratorTest, JudgesAPicture) {
+    const std::string empty = directory_ + "/empty";
+    std::ofstream(empty).flush();
+    std::filesystem::create_symlink(empty, directory_ + "/link");
+    check({{"missing", SET(), CALL(isValidThumbnail("/none")), -1, "Failed to lstat() /none. [No such file or directory]"},
+           {"empty", SET(), CALL(isValidThumbnail(empty)), -1, ""},
+           {"link to an empty file", SET(), CALL(isValidThumbnail(directory_ + "/link")), 0, ""}});
+}
+
+TEST_F(GeneratorTest, MakesOneThumbnail) {
+    const auto make = [](Thumbnail thumbnail, int second = -1) {
+        return [=](ThumbnailGenerator& generator) mutable {
+            const int before = static_cast<int>(std::time(nullptr));
+            const int result = generator.generateThumbnail(thumbnail);
+            EXPECT_EQ(thumbnail.thumbnail_second, second);
+            EXPECT_EQ(thumbnail.thumbnail_filename.empty(), result < 0);
+            EXPECT_TRUE(result < 0 ? thumbnail.create_time == -1 : thumbnail.create_time >= before);
+            return result;
+        };
+    };
+    const auto duration = [](const std::string& text) { return SET(fake.helperOutput = "{\"duration\":" + text + "}"); };
+    const auto video = make(planned(0, 2, kVideo)), photo = make(planned(1, 0, kPhoto));
+    const std::string work = task_ + "vexodlthumbnail";
+    const std::string prepared = "exec|/usr/vexo/bin/vexofstool|--check-volume-writable|" + directory_ +
+                                 "|(null)|(null);mkdir|" + work + "|(null)|1|-1|-1|755";
+    check({{"no directory", SET(fake.downloadLink.clear()), video, -1, "Failed to get tmp download dir"},
+           {"no work directory", SET(fake.makeDirectoryResult = -1), video, -1, "Failed to do make directory " + work},
+           {"no duration", duration("null"), video, -1, "Duration is invalid"},
+           {"output of another shape", SET(fake.helperOutput = "[1]"), video, -1, "Duration is invalid"},
+           {"a duration in a string", duration("\"9\""), video, -1, "Duration is invalid"},
+           {"a duration of 0", duration("0"), video, -1, "Duration is invalid"},
+           {"a duration below 0", duration("-5"), video, -1, "Duration is invalid"},
+           {"a duration beyond 32 bits", duration("4294967297"), video, -1, "Duration is invalid"},
+           {"the largest duration", duration("2147483647"), make(planned(0, 4, kVideo), 1717986917), 0, ""},
+           {"the helper fails", SET(fake.helperResult = 1), video, -1, "Failed to get duration;Failed to get mediaInfo"},
+           {"ffmpeg fails", SET(fake.toolResult = 1), video, -1,
+            "Failed to run ffmpeg [No such file or directory] return 1;Failed to generate thumbnail [" + work +
+            "/0_2.jpeg] from [" + task_ + "a.mkv] by ffmpep"},
+           {"an unfinished photo", SET(), make(planned(2, 0, kPhoto)), -1, "", prepared},
+           {"no such photo", SET(), make(planned(-1, 0, kPhoto)), -1, "", prepared},
+           {"the converter fails", SET(fake.toolResult = 1), photo, -1,
+            "Failed to convert-thumb retcode: 1.;Failed to generate thumbnail [" + work + "/1_0.jpeg] from [" + task_ +
+            "b.jpg] by convert-thumb"},
+           {"another type", SET(), make(planned(0, 0, static_cast<VEXODL_MEDIA_TYPE>(2))), -1, "Not supported type 2", prepared},
+           {"an empty picture", SET(fake.picture.clear()), photo, -1, "Not a valid thumbnail image"}});
+    EXPECT_FALSE(std::filesystem::exists(work + "/1_0.jpeg"));
+    check({{"a photo", SET(), make(planned(1, 0, kPhoto), 0), 0, ""}});
+    EXPECT_TRUE(std::filesystem::exists(work + "/1_0.jpeg"));
+
+    const std::pair<const char*, std::vector<int>> spreads[] = {
+        {"10", {1, 3, 5, 7, 9}}, {"12", {1, 3, 5, 7, 9}}, {"4", {1, 1, 1, 1, 1}}, {"7200", {1, 1441, 2881, 4321, 5761}}};
+    for (const auto& [length, seconds] : spreads) {
+        for (int index = 0; index < 5; ++index) { // the paths are those of the generator's task
+            const int second = seconds.at(static_cast<std::size_t>(index));
+            check({{length, duration(length), make({99, 0, index, "a.mkv", kVideo}, second), 0, ""}});
+            EXPECT_NE(fake.calls.back().find("|-ss|" + std::to_string(second) + "|"), std::string::npos);
+            EXPECT_NE(fake.calls.back().find("|-i|" + task_ + "a.mkv|"), std::string::npos);
+        }
     }
 }
