@@ -4,6 +4,7 @@
 #include "platform/mediaIndex.h"
 #include "platform/process.h"
 #include "platform/processRunner.h"
+#include "platform/thumbnailDatabase.h"
 #include "platform/torrentEngine.h"
 #include "thumbnail/jsonAccess.h"
 #include "util/cancellation.h"
@@ -278,7 +279,7 @@ void planVideos(const ThumbnailGenerator& generator, const std::vector<int>& vid
     }
 }
 
-/// What the entry point begins with: the task's torrent item as it is now, and its plan.
+/// What both entry points begin with: the task's torrent item as it is now, and its plan.
 int planTask(ThumbnailGenerator& generator, std::vector<Thumbnail>& list) {
     const bool debug = generator.debug;
     if (generator.getTaskFileList(generator.taskId) < 0) {
@@ -295,6 +296,24 @@ int planTask(ThumbnailGenerator& generator, std::vector<Thumbnail>& list) {
 } // namespace
 
 ThumbnailGenerator::ThumbnailGenerator(int task, bool debugFlag) : taskId(task), debug(debugFlag) {}
+
+int ThumbnailGenerator::generate() {
+    return runShielded([this] {
+        std::vector<Thumbnail> list;
+        if (planTask(*this, list) < 0) {
+            return kFailed;
+        }
+        if (filterExistThumbnail(list) < 0) {
+            LOG_FAILURE("%s:%d Failed to remove existed thumbnail", HERE);
+            return kFailed;
+        }
+        if (generateThumbnailByList(list) < 0) {
+            LOG_FAILURE("%s:%d Failed to generate thumbnail", HERE);
+            return kFailed;
+        }
+        return 0;
+    });
+}
 
 int ThumbnailGenerator::getTotalThumbnailNumber() {
     return runShielded([this] {
@@ -385,7 +404,65 @@ int ThumbnailGenerator::getThumbnailList(std::vector<Thumbnail>& list) {
     return 0;
 }
 
-// Make.
+// Filter: what the database holds already.
+
+int ThumbnailGenerator::getExistThumbnailList(std::vector<Thumbnail>& list) {
+    Json::Value reply;
+    if (DownloadThumbnailDBGetByTaskId(taskId, &reply) < 0) {
+        LOG_FAILURE("%s:%d Failed to get all thumbnail info", HERE);
+        return kFailed;
+    }
+    Json::Value rows;
+    reply.removeMember("data", &rows);
+    if (!rows.isArray()) {
+        return 0;
+    }
+    for (Json::Value& row : rows) {
+        list.emplace_back(row);
+    }
+    return 0;
+}
+
+int ThumbnailGenerator::filterExistThumbnail(std::vector<Thumbnail>& list) {
+    std::vector<Thumbnail> recorded;
+    if (getExistThumbnailList(recorded) != 0) {
+        LOG_FAILURE("%s:%d Failed to get existing thumbnail list", HERE);
+        return kFailed;
+    }
+    const auto isRecorded = [&recorded](Thumbnail& planned) {
+        return std::any_of(recorded.begin(), recorded.end(),
+                           [&planned](Thumbnail& row) { return planned.IsSameThumbnail(row); });
+    };
+    list.erase(std::remove_if(list.begin(), list.end(), isRecorded), list.end());
+    return 0;
+}
+
+// Make and record.
+
+int ThumbnailGenerator::generateThumbnailByList(std::vector<Thumbnail>& list) {
+    std::size_t successes = 0;
+    for (Thumbnail& thumbnail : list) {
+        if (generateThumbnail(thumbnail) < 0) {
+            LOG_FAILURE("%s:%d Failed to generate thumbnail, taskId:%d, fileIndex:%d, thumbnailIndex:%d", HERE,
+                        thumbnail.task_id, thumbnail.file_index, thumbnail.thumbnail_index);
+            continue;
+        }
+        Json::Value row;
+        thumbnail.toJson(row);
+        if (DownloadThumbnailDBCreate(&row) < 0) {
+            LOG_FAILURE("%s:%d Failed to add thumbnail to db, taskId:%d, fileIndex:%d, thumbnailIndex:%d", HERE,
+                        thumbnail.task_id, thumbnail.file_index, thumbnail.thumbnail_index);
+            continue;
+        }
+        ++successes;
+    }
+    if (successes != list.size()) {
+        LOG_FAILURE("%s:%d Failed to generate all thumbnail %d(%d)", HERE, static_cast<int>(list.size()),
+                    static_cast<int>(successes));
+        return kFailed;
+    }
+    return 0;
+}
 
 int ThumbnailGenerator::generateThumbnail(Thumbnail& thumbnail) {
     std::string tmpDownloadDir;

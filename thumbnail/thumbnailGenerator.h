@@ -54,8 +54,8 @@ public:
 
 /// Makes the preview pictures of one download task.
 ///
-/// The service calls the constructor and getTotalThumbnailNumber(); the other members are stages of its work. Rules
-/// common to all members:
+/// The service calls the constructor, generate() and getTotalThumbnailNumber(); the other members are the stages of
+/// these two. Rules common to all members:
 /// - The result is negative on failure and 0 or a count otherwise. Nothing throws, whatever the torrent engine, the
 ///   database or a program answers, and a failed call leaves the object usable.
 /// - Everything runs on the caller's thread and blocks until the programs that it starts have ended. One thread uses an
@@ -71,6 +71,13 @@ public:
 
     /// Touches neither the engine, the database nor a file.
     ThumbnailGenerator(int taskId, bool debug);
+
+    /// Makes every thumbnail of the task that the database does not hold yet and records each as a row.
+    ///
+    /// Every missing thumbnail is tried once, videos first, each file's in ascending order; a failed one does not stop
+    /// the others, and the rows recorded before a failure stay, so that the next call makes only what is missing.
+    /// @return 0 when nothing is missing any more, -1 otherwise.
+    int generate();
 
     /// Counts the thumbnails that the task should have, recorded or not; makes none.
     /// @return 0 to 30, or -1.
@@ -98,6 +105,16 @@ public:
     /// Appends the task's plan: five records a chosen video, one a chosen photo. On failure records already appended
     /// stay.
     int getThumbnailList(std::vector<Thumbnail>& list);
+
+    /// Appends one record per database row of the task. @return -1 when they could not be read, `list` unchanged.
+    int getExistThumbnailList(std::vector<Thumbnail>& list);
+
+    /// Removes from a plan what the database holds already. @return -1 when that could not be read, `list` unchanged.
+    int filterExistThumbnail(std::vector<Thumbnail>& list);
+
+    /// Makes and records each thumbnail of `list`, whose records are completed in place.
+    /// @return 0 when all were made and recorded, -1 otherwise.
+    int generateThumbnailByList(std::vector<Thumbnail>& list);
 
     /// Makes the picture of one record in the task's work directory and completes the record, which stays as it was on
     /// failure. Records nothing in the database.

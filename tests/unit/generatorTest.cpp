@@ -2,9 +2,11 @@
 // on and off.
 
 #include "fakePlatform.h"
+#include "tests/host/smallStack.h"
 #include "thumbnail/thumbnailGenerator.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <ctime>
 #include <fstream>
@@ -244,6 +246,30 @@ TEST_F(GeneratorTest, PlansAndCounts) {
     }
 }
 
+TEST_F(GeneratorTest, FiltersWhatIsRecorded) {
+    const auto filter = [](ThumbnailGenerator& generator) { // of five records, the digits of those that are left
+        std::vector<Thumbnail> list;
+        for (int index = 0; index < 5; ++index) {
+            list.push_back(planned(0, index, kVideo));
+        }
+        const int result = generator.filterExistThumbnail(list);
+        int left = 0;
+        for (const Thumbnail& each : list) {
+            left = left * 10 + each.thumbnail_index + 1;
+        }
+        return result < 0 && left == 12345 ? result : left;
+    };
+    const std::string foreign = R"({"data":[5,)" + row(0, 2) + "," + row(0, 1) + "," + row(9, 0) + R"(,{"task_id":13}]})";
+    check({{"no data", SET(), filter, 12345, "", "rows|12"},
+           {"null data", SET(fake.stored = json(R"({"data":null})")), filter, 12345, ""},
+           {"data of another shape", SET(fake.stored = json(R"({"data":{"a":)" + row(0, 0) + "}}")), filter, 12345, ""},
+           {"a reply of another shape", SET(fake.stored = json("[1]")), filter, 12345, ""},
+           {"neighbours, malformed and foreign rows", SET(fake.stored = json(foreign)), filter, 145, ""},
+           {"positive result", SET(fake.readResult = 1), filter, 12345, ""},
+           {"database fails", SET(fake.readResult = -1), filter, -1,
+            "Failed to get all thumbnail info;Failed to get existing thumbnail list"}});
+}
+
 TEST_F(GeneratorTest, RunsTheExternalPrograms) {
     const auto frame = [](int second) { return CALL(generateThumbnailByFFMPEG("in", "out", second)); };
     const auto photo = CALL(generateThumbnailByConvertThumb("in", "out"));
@@ -343,4 +369,88 @@ TEST_F(GeneratorTest, MakesOneThumbnail) {
             EXPECT_NE(fake.calls.back().find("|-i|" + task_ + "a.mkv|"), std::string::npos);
         }
     }
+}
+
+TEST_F(GeneratorTest, GeneratesWhatIsMissing) {
+    report({kFilm, kPicture});
+    fake.stored["data"].append(json(row(0, 1)));
+    ThumbnailGenerator generator(12, true);
+    EXPECT_EQ(generator.generate(), 0);
+    EXPECT_EQ(fake.messages, Texts());
+    std::string rows, operations;
+    for (const Json::Value& each : fake.stored["data"]) {
+        rows += each["thumbnail_filename"].asString() + " " + each["file_path"].asString() + " " + each["thumbnail_second"].asString() + ";";
+    }
+    EXPECT_EQ(rows, "  ;0_0.jpeg a.mkv 1;0_2.jpeg a.mkv 5;0_3.jpeg a.mkv 7;0_4.jpeg a.mkv 9;1_0.jpeg b.jpg 0;");
+    for (const std::string& call : fake.calls) { // one question to engine and database, and per picture what it takes
+        operations += call.substr(0, call.find('|')) + " ";
+    }
+    const std::string frame = "exec mkdir run execv insert ";
+    EXPECT_EQ(operations, "torrent video subtitle video photo photo rows " + frame + frame + frame + frame + "exec mkdir execv insert ");
+    fake.calls.clear();
+    EXPECT_EQ(generator.generate(), 0);
+    EXPECT_EQ(fake.calls.size(), 7U);
+    EXPECT_EQ(fake.calls.back(), "rows|12"); // nothing is missing: nothing is started or stored
+}
+
+TEST_F(GeneratorTest, TellsWhichStageFailed) {
+    const auto generate = CALL(generate());
+    const auto batch = [](ThumbnailGenerator& generator) {
+        std::vector<Thumbnail> list = {planned(1, 0, kPhoto), planned(2, 0, kPhoto), planned(1, 1, kPhoto)};
+        return generator.generateThumbnailByList(list);
+    };
+    const std::string second = "Failed to generate thumbnail, taskId:12, fileIndex:2, thumbnailIndex:0;";
+    const std::string stored = "Failed to add thumbnail to db, taskId:12, fileIndex:1, thumbnailIndex:";
+    check({{"no files", SET(report({})), generate, -1,
+            "Wrong jsontorrent format;Failed to get list of video files;Failed to getThumbnailList"},
+           {"no engine", SET(fake.engineResult = -1), generate, -1, "Failed to get torrent file list;Failed to get file list of task"},
+           {"no database", SET(fake.readResult = -1), generate, -1,
+            "Failed to get all thumbnail info;Failed to get existing thumbnail list;Failed to remove existed thumbnail"},
+           {"an empty plan", SET(report({file("x.txt", 1, 1)})), generate, 0, "",
+            R"(torrent|12|["id","name","files","fileStats"];video|txt;photo|txt;rows|12)"},
+           {"an unfinished photo", SET(), generate, -1, second + "Failed to generate all thumbnail 7(6);Failed to generate thumbnail"},
+           {"the second of three", SET(), batch, -1, second + "Failed to generate all thumbnail 3(2)"},
+           {"the database refuses", SET(fake.insertResult = -1), batch, -1,
+            stored + "0;" + second + stored + "1;Failed to generate all thumbnail 3(0)"}});
+    EXPECT_TRUE(std::filesystem::exists(task_ + "vexodlthumbnail/1_0.jpeg"));
+}
+
+// Each platform call of a whole run fails once: the run says so, no row is lost or stands for a missing picture, and the
+// next run completes.
+TEST_F(GeneratorTest, SurvivesTheFailureOfEveryCall) {
+    std::size_t number = 0;
+    for (bool reached = true; reached; ++number) {
+        SCOPED_TRACE(number);
+        reset();
+        std::filesystem::remove_all(task_);
+        report({kFilm, kPicture});
+        fake.failingCall = static_cast<int>(number);
+        ThumbnailGenerator generator(12, false);
+        const int result = generator.generate();
+        reached = number < fake.calls.size();
+        const std::string operation = reached ? fake.calls[number].substr(0, 5) : "";
+        const bool cannotFail = operation == "video" || operation == "photo" || operation == "subti";
+        EXPECT_EQ(result, reached && !cannotFail ? -1 : 0);
+        for (const Json::Value& each : fake.stored["data"]) {
+            EXPECT_TRUE(std::filesystem::exists(task_ + "vexodlthumbnail/" + each["thumbnail_filename"].asString()));
+        }
+        fake.failingCall = -1;
+        EXPECT_EQ(generator.generate(), 0);
+        EXPECT_EQ(fake.stored["data"].size(), 6U);
+    }
+    EXPECT_GT(number, 30U);
+}
+
+// A thread of a service may have a small stack, and may be cancelled while it is inside.
+TEST_F(GeneratorTest, RunsOnASmallStackAndOutlivesACancellation) {
+    fake.helperOutput = std::string(100000, '[');
+    int result = 0, state = PTHREAD_CANCEL_DISABLE;
+    onSmallStack([&] {
+        pthread_cancel(pthread_self());
+        result = ThumbnailGenerator(12, false).generate();
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+    });
+    EXPECT_EQ(state, PTHREAD_CANCEL_ENABLE); // the request, still pending, would be taken now
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(fake.stored["data"].size(), 1U); // the photo; no video has a duration
 }
