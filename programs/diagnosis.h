@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/// How the programs that make pictures end. Anything but `made` leaves no new picture behind.
+enum ExitStatus : int {
+    kMade = 0,
+    kNoPicture = 1,       ///< the input holds no picture that can be decoded whole
+    kUsage = 2,           ///< the command line is not the one the program takes
+    kBadInput = 3,        ///< the input is missing, no regular file, or outside the task's directory
+    kBadOutput = 4,       ///< the picture could not be written
+    kNoSandbox = 5,       ///< the sandbox is missing or refused; nothing was decoded
+    kLimitReached = 6,    ///< time, processor time, memory or size ran out
+    kEndedBySignal = 128, ///< plus the number of the signal that ended the program
+};
+
+/// `text` as one printable line: control bytes, backslash and what is not UTF-8 as \xNN, cut to `limit` bytes with
+/// "...".
+std::string printable(std::string_view text, std::size_t limit);
+
+/// Writes a line and its end by one write(2), whatever else this process may do no more. False when that failed.
+bool writeLine(int descriptor, const std::string& line);
+
+/// Writes "PROGRAM: FILE: what" as one line to standard error and to the system log. The file's name is made printable.
+void report(const char* program, std::string_view file, std::string_view what);
