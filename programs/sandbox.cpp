@@ -1,0 +1,261 @@
+#include "programs/sandbox.h"
+
+#include "programs/descriptor.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/signalfd.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kFirstSignal = 1;
+constexpr int kLastSignal = 31;
+constexpr int kSignalBase = 128;  // how the sandbox program passes on the signal that ended the worker
+constexpr int kCannotStart = 127; // of the child, before the sandbox program ran
+constexpr const char* kSandboxProgram = "/usr/bin/bwrap";
+
+sigset_t endingSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        sigaddset(&set, signal);
+    }
+    return set;
+}
+
+/// No /proc: a sandbox inside another one is not allowed to mount it, and no worker needs it.
+std::vector<std::string> sandboxArguments(const Worker& worker) {
+    std::vector<std::string> arguments = {kSandboxProgram, "--unshare-all", "--die-with-parent", "--clearenv"};
+    const auto add = [&](std::initializer_list<std::string> more) { arguments.insert(arguments.end(), more); };
+    add({"--ro-bind", "/usr/lib", "/usr/lib", "--symlink", "usr/lib", "/lib", "--ro-bind-try", "/lib64", "/lib64"});
+    for (const char* file : {"/etc/ld.so.cache", "/etc/alternatives"}) {
+        add({"--ro-bind-try", file, file});
+    }
+    add({"--ro-bind", worker.argv[0], worker.argv[0]});
+    for (const std::string& path : worker.visible) {
+        add({"--ro-bind-try", path, path});
+    }
+    for (const std::string& variable : worker.environment) {
+        const std::size_t equals = variable.find('=');
+        add({"--setenv", variable.substr(0, equals), variable.substr(equals + 1)});
+    }
+    add({"--chdir", "/", "--remount-ro", "/", "--"});
+    arguments.insert(arguments.end(), worker.argv.begin(), worker.argv.end());
+    return arguments;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+    std::vector<char*> list;
+    list.reserve(texts.size() + 1);
+    for (std::string& text : texts) {
+        list.push_back(text.data());
+    }
+    list.push_back(nullptr);
+    return list;
+}
+
+bool limitResources(const Worker& worker) {
+    const auto limit = [](__rlimit_resource resource, rlim_t soft, rlim_t hard) {
+        const rlimit both = {soft, hard};
+        return setrlimit(resource, &both) == 0;
+    };
+    const rlim_t seconds =
+        worker.processorSeconds; // SIGXCPU tells which limit it was, SIGKILL at the hard one does not
+    return limit(RLIMIT_AS, worker.addressSpaceBytes, worker.addressSpaceBytes) &&
+           limit(RLIMIT_FSIZE, worker.outputBytes, worker.outputBytes) && limit(RLIMIT_CPU, seconds, seconds + 1) &&
+           limit(RLIMIT_CORE, 0, 0);
+}
+
+/// Moves the three descriptors into place. They are above 2, see prepareProcess().
+bool placeDescriptors(int input, int output, int messages) {
+    return dup2(input, STDIN_FILENO) >= 0 && dup2(output, STDOUT_FILENO) >= 0 && dup2(messages, STDERR_FILENO) >= 0 &&
+           close_range(STDERR_FILENO + 1, ~0U, 0) == 0;
+}
+
+void resetSignals() {
+    for (int signal = kFirstSignal; signal <= kLastSignal; ++signal) {
+        std::signal(signal, SIG_DFL); // NOLINT(cert-err33-c): two of them cannot be set
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+struct Child {
+    pid_t pid = -1;
+    Descriptor handle;
+    Descriptor messages;
+};
+
+/// The child leads a session and process group of its own, so it has no terminal to push input into.
+Child start(const Worker& worker, int input, int output) {
+    std::vector<std::string> arguments = VEXODL_BUBBLEWRAP ? sandboxArguments(worker) : worker.argv;
+    std::vector<std::string> variables = worker.environment;
+    const std::vector<char*> argv = pointers(arguments);
+    const std::vector<char*> environment = pointers(variables);
+    std::array<int, 2> ends = {-1, -1};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+        return {};
+    }
+    Descriptor reading(ends[0]);
+    const Descriptor writing(ends[1]);
+    const pid_t parent = getpid();
+    const pid_t pid = fork();
+    if (pid == 0) {
+        resetSignals();
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() == parent && setsid() >= 0 && limitResources(worker) &&
+            placeDescriptors(input, output, writing.get())) {
+            execve(argv[0], argv.data(), environment.data());
+            dprintf(STDERR_FILENO, "%s: %s\n", argv[0], std::strerror(errno)); // NOLINT(concurrency-mt-unsafe)
+        }
+        _exit(kCannotStart);
+    }
+    fcntl(reading.get(), F_SETFL, O_NONBLOCK);
+    Descriptor handle(pid > 0 ? static_cast<int>(syscall(SYS_pidfd_open, pid, 0)) : -1);
+    return {pid, std::move(handle), std::move(reading)};
+}
+
+/// Keeps the end of what the child says.
+class Messages {
+public:
+    /// False at the end of the stream, or when there is nothing to read now.
+    bool readFrom(int descriptor) {
+        std::array<char, 4096> block = {};
+        const ssize_t count = read(descriptor, block.data(), block.size());
+        if (count <= 0) {
+            return false;
+        }
+        text_.append(block.data(), static_cast<std::size_t>(count));
+        if (text_.size() > kKept) {
+            text_.erase(0, text_.size() - kKept);
+        }
+        return true;
+    }
+
+    [[nodiscard]] std::string asOneLine() const {
+        std::string line;
+        for (const char byte : text_.substr(0, text_.find_last_not_of("\r\n \t") + 1)) {
+            line += byte == '\n' ? "; " : std::string(1, byte);
+        }
+        return line;
+    }
+
+private:
+    static constexpr std::size_t kKept = 300;
+    std::string text_;
+};
+
+int millisecondsUntil(Clock::time_point deadline) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    return left > 0 ? static_cast<int>(left) : 0;
+}
+
+/// Waits for the child's end, the deadline or a signal; `outcome` says which of the last two it was.
+void watch(const Child& child, int signals, unsigned seconds, Messages& messages, Outcome& outcome) {
+    const Clock::time_point deadline = Clock::now() + std::chrono::seconds(seconds);
+    std::array<pollfd, 3> watched = {
+        {{child.handle.get(), POLLIN, 0}, {signals, POLLIN, 0}, {child.messages.get(), POLLIN, 0}}};
+    while (watched[0].revents == 0) {
+        const int ready = poll(watched.data(), watched.size(), millisecondsUntil(deadline));
+        signalfd_siginfo received = {};
+        if (ready > 0 && watched[1].revents != 0 && read(signals, &received, sizeof received) > 0) {
+            outcome.end = Outcome::End::interrupted;
+            outcome.status = static_cast<int>(received.ssi_signo);
+            return;
+        }
+        if (Clock::now() >= deadline) {
+            outcome.end = Outcome::End::deadline;
+            outcome.status = static_cast<int>(seconds);
+            return;
+        }
+        if (ready > 0 && watched[2].revents != 0 && !messages.readFrom(child.messages.get())) {
+            watched[2].fd = -1;
+        }
+    }
+}
+
+/// The group is killed while its leader cannot have been replaced by another process: before it is reaped.
+int reap(const Child& child) {
+    int status = 0;
+    siginfo_t ended = {};
+    kill(-child.pid, SIGKILL);
+    while (waitid(P_PID, static_cast<id_t>(child.pid), &ended, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
+    }
+    while (waitpid(child.pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status;
+}
+
+void judge(int status, Outcome& outcome) {
+    const int exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : kSignalBase + WTERMSIG(status);
+    const bool neverStarted =
+        exitStatus == kCannotStart || (exitStatus == 1 && outcome.said.compare(0, 7, "bwrap: ") == 0);
+    if (neverStarted) {
+        outcome.end = Outcome::End::noSandbox;
+    } else if (exitStatus > kSignalBase) {
+        outcome.end = Outcome::End::killed;
+        outcome.status = exitStatus - kSignalBase;
+    } else {
+        outcome.end = Outcome::End::exited;
+        outcome.status = exitStatus;
+    }
+}
+
+} // namespace
+
+std::string Outcome::limit() const {
+    if (end == End::deadline) {
+        return "the time limit of " + std::to_string(status) + " s";
+    }
+    if (end == End::killed && status == SIGXCPU) {
+        return "the limit of processor time";
+    }
+    return end == End::killed && status == SIGXFSZ ? "the limit of the picture's size" : "";
+}
+
+Outcome runSandboxed(const Worker& worker, int input, int output) {
+    const sigset_t ending = endingSignals();
+    sigprocmask(SIG_BLOCK, &ending, nullptr);
+    const Descriptor signals(signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK));
+    const Child child = start(worker, input, output);
+    Outcome outcome;
+    if (child.pid < 0) {
+        outcome.said = std::string("cannot start a process: ") + std::strerror(errno); // NOLINT(concurrency-mt-unsafe)
+        return outcome;
+    }
+    Messages messages;
+    watch(child, signals.get(), worker.deadlineSeconds, messages, outcome);
+    const int status = reap(child);
+    while (messages.readFrom(child.messages.get())) {
+    }
+    outcome.said = messages.asOneLine();
+    if (outcome.end != Outcome::End::deadline && outcome.end != Outcome::End::interrupted) {
+        judge(status, outcome);
+    }
+    return outcome;
+}
+
+void prepareProcess() {
+    int descriptor = open("/dev/null", O_RDWR);
+    while (descriptor >= 0 && descriptor <= STDERR_FILENO) {
+        descriptor = open("/dev/null", O_RDWR);
+    }
+    close(descriptor);
+    std::signal(SIGCHLD, SIG_DFL); // NOLINT(cert-err33-c): cannot fail
+    std::signal(SIGPIPE, SIG_IGN); // NOLINT(cert-err33-c): cannot fail
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+}

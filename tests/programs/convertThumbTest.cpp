@@ -1,0 +1,214 @@
+#include "tests/programs/programRun.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+
+#include <csignal>
+#include <thread>
+
+// clang-format off: cases stand side by side
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+
+std::vector<std::string> commandLine(const std::string& source, const std::string& target) {
+    return {"/usr/vexo/bin/convert-thumb", source, "-thumbnail", "1024x1024>", "-quality", "90", "-strip", "-flatten",
+            "-colorspace", "sRGB", target};
+}
+
+/// A task with an empty folder of pictures. The samples lie in the working directory, outside of it: sample.jpg is red
+/// in its upper left quarter and white elsewhere.
+class ConvertThumb : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        shell("convert -size 60x40 xc:white -fill red -draw 'rectangle 0,0 29,19' -quality 95 sample.jpg");
+        shell("convert sample.jpg -scale 6000x4000 -interlace JPEG slow.jpg");
+    }
+    void SetUp() override { fs::create_directories(pictures); }
+    void TearDown() override { fs::remove_all("/srv/download/7"); }
+
+    ProgramRun run(const std::string& name) { return runProgram(commandLine(task / name, picture)); }
+
+    /// Makes the picture of a file with these bytes.
+    ProgramRun runOn(const std::string& bytes) {
+        writeFile(task / "photo.jpg", bytes);
+        return run("photo.jpg");
+    }
+
+    /// What identify tells of the picture; the picture is then removed, and must have been the only file there.
+    std::string takePicture(const char* format = "%m %wx%h") {
+        const ProgramRun identify = runProgram({"identify", "-format", format, picture});
+        fs::remove(picture);
+        EXPECT_TRUE(fs::is_empty(pictures));
+        return identify.status == 0 ? identify.output : "none";
+    }
+
+    fs::path task = "/srv/download/7";
+    fs::path pictures = task / "vexodlthumbnail";
+    fs::path picture = pictures / "3_0.jpeg";
+};
+
+TEST_F(ConvertThumb, takesEveryNameAsANameOnly) {
+    for (const std::string& name :
+         {"x [1].jpg"s, "[ab]*.jpg"s, "q?{1,2}.jpg"s, "p%d.jpg"s, "100%.jpg"s, "@x.jpg"s, "msl:x.jpg"s, "c.jpg:d"s,
+          "-rf"s, "a'\"\n b\\.jpg"s, "\xff\xfe.jpg"s, std::string(255, 'n'), "in a folder/x[0].jpg"s, "link.jpg"s}) {
+        fs::create_directories((task / name).parent_path());
+        if (name == "link.jpg") {
+            fs::create_symlink("in a folder/x[0].jpg", task / name);
+        } else {
+            fs::copy_file("sample.jpg", task / name);
+        }
+        EXPECT_EQ(run(name).errors, "") << name;
+        EXPECT_EQ(takePicture(), "JPEG 60x40") << name;
+    }
+}
+
+TEST_F(ConvertThumb, decodesTheListedFormats) {
+    struct Case { const char* name; const char* options; const char* picture; }; // size, red and green of its corner
+    for (const Case& c : std::vector<Case>{
+             {"large.jpg", "-scale 3000x2000", "1024x683 1 0"}, {"wide.jpg", "-scale 9000x100!", "1024x11 1 0"},
+             {"progressive.jpg", "-interlace JPEG", "60x40 1 0"}, {"cmyk.jpg", "-colorspace CMYK", "60x40 1 0"},
+             {"deep.png", "-depth 16", "60x40 1 0"}, {"clear.png", "-alpha set -channel A -evaluate set 0", "60x40 1 1"},
+             {"moving.gif", "-size 60x40 xc:blue xc:lime", "60x40 1 0"}, {"pages.tiff", "-size 30x30 xc:blue", "60x40 1 0"},
+             {"moving.webp", "-size 60x40 xc:blue", "60x40 1 0"}, {"a.webp", "-define webp:lossless=true", "60x40 1 0"},
+             {"a.bmp", "", "60x40 1 0"}, {"a.heic", "", "60x40 1 0"}, {"a.avif", "", "60x40 1 0"}}) {
+        shell("convert sample.jpg "s + c.options + " download/7/" + c.name);
+        EXPECT_EQ(run(c.name).errors, "") << c.name;
+        EXPECT_EQ(takePicture("%wx%h %[fx:u.p{w/4,h/4}.r>.8] %[fx:u.p{w/4,h/4}.g>.8]"), c.picture) << c.name;
+    }
+}
+
+TEST_F(ConvertThumb, turnsThePictureUpright) {
+    char orientation = 0;
+    for (const char* stored :
+         {"", "-flop", "-rotate 180", "-flip", "-transpose", "-rotate 270", "-transverse", "-rotate 90"}) {
+        ++orientation;
+        shell("convert sample.jpg "s + stored + " -strip stored.jpg");
+        const std::string tag = "\xff\xe1\0\x22""Exif\0\0II*\0\x08\0\0\0\1\0\x12\1\3\0\1\0\0\0"s + orientation + "\0\0\0\0\0\0\0"s;
+        EXPECT_EQ(runOn(readFile("stored.jpg").insert(2, tag)).errors, "") << int{orientation};
+        EXPECT_EQ(takePicture("%wx%h %[fx:u.p{15,10}.g<.2 && u.p{45,10}.g>.8 && u.p{15,30}.g>.8] %[EXIF:*]"), "60x40 1 ");
+    }
+}
+
+/// Cut at twenty lengths. A file that has its full size but zeros at the end shows that only by an end mark.
+TEST_F(ConvertThumb, showsAPhotoCutShortWholeOrNotAtAll) {
+    using Case = std::pair<std::string, bool>; // coder, and whether its files have an end mark
+    for (const auto& [coder, hasEndMark] : std::vector<Case>{
+             {"jpeg", true}, {"pjpeg", true}, {"png", true}, {"gif", true}, {"bmp", false}, {"tiff", false},
+             {"webp", false}, {"heic", false}}) {
+        shell("convert -size 200x150 plasma:red-blue " + coder + ":whole");
+        const std::string bytes = readFile("whole");
+        EXPECT_EQ(runOn(bytes).errors, "") << coder;
+        const std::string whole = readFile(picture);
+        for (std::size_t length = 0; length < bytes.size(); length += bytes.size() / 20) {
+            std::string cut = bytes.substr(0, length);
+            cut.resize(hasEndMark && length % 2 == 0 ? bytes.size() : length);
+            fs::remove(picture);
+            const int status = runOn(cut).status;
+            EXPECT_EQ(readFile(picture), status == 0 ? whole : "") << coder << " at " << length;
+        }
+    }
+}
+
+TEST_F(ConvertThumb, readsNothingThatAPhotoNames) {
+    fs::create_directories("/srv/download/8");
+    shell("convert -size 99x99 xc:lime download/8/secret.png && cp download/8/secret.png download/7/own.png");
+    for (const std::string& bytes :
+         {"<svg width='9' height='9'><image href='/srv/download/8/secret.png' width='9' height='9'/></svg>"s,
+          "<image><read filename='/srv/download/8/secret.png'/><write filename='/srv/W.png'/></image>"s,
+          "viewbox 0 0 99 99 image over 0,0 99,99 '/srv/download/8/secret.png'"s,
+          "%!PS-Adobe-3.0\n(/srv/download/8/secret.png) (r) file showpage\n"s,
+          "%PDF-1.4\n1 0 obj<</Type/Catalog>>endobj\n"s, "xc:green\n-write\n/srv/W.png"s, "/srv/download/8/secret.png"s,
+          "own.png"s, "text:/srv/download/8/secret.png"s, "label:@/etc/passwd"s, "@/etc/passwd"s,
+          "#!/bin/sh\ntouch /srv/W.png\n"s, "P6 99 99 255\n"s + std::string(29403, 'x'),
+          "id=ImageMagick\ncolumns=99 rows=99\n\f\n:\x1a"s, ""s, std::string(5000, '\0'), "\xff\xd8\xff<svg/>"s,
+          "GIF89a/srv/x"s}) {
+        const ProgramRun result = runOn(bytes);
+        EXPECT_EQ(result.status, 1) << bytes;
+        EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+        EXPECT_EQ(takePicture(), "none") << bytes;
+        EXPECT_FALSE(fs::exists("/srv/W.png")) << bytes;
+    }
+}
+
+TEST_F(ConvertThumb, failsOnABombInLittleMemory) {
+    struct Case { const char* file; std::string before; std::string size; int status; const char* limit; };
+    shell("convert sample.jpg bomb.gif && convert sample.jpg BMP3:bomb.bmp && cp sample.jpg bomb.jpg");
+    for (const Case& c : std::vector<Case>{
+                          {"bomb.gif", ",\0\0\0\0"s, "\x50\xc3\x50\xc3"s, 1, "MemoryAllocationFailed"},
+                           {"bomb.bmp", "(\0\0\0"s, "\x50\xc3\0\0\x50\xc3\0\0"s, 1, "WidthOrHeightExceedsLimit"},
+                           {"bomb.jpg", "\xff\xc0\0\x11\x08"s, "\xc3\x50\xc3\x50"s, 6, "400 million pixels"}}) {
+        std::string bytes = readFile(c.file);
+        bytes.replace(bytes.find(c.before) + c.before.size(), c.size.size(), c.size);
+        const ProgramRun result = runOn(bytes);
+        EXPECT_EQ(result.status, c.status) << c.file << result.errors;
+        EXPECT_NE(result.errors.find(c.limit), std::string::npos) << c.file << result.errors;
+        EXPECT_LT(result.peakBytes, 512L << 20) << c.file;
+    }
+}
+
+TEST_F(ConvertThumb, tellsByItsExitStatusWhatFailed) {
+    shell("mkdir -p download/8/pictures && cp sample.jpg download/8/a.jpg && cp sample.jpg download/7/a.jpg && cd "
+          "download/7 && "
+          "mkdir folder && mkfifo fifo && ln -s ../8/a.jpg out.jpg && ln -s /srv/download/8 outer && "
+          "ln -s ../8/pictures linked && ln -s vexodlthumbnail inner");
+    struct Case { const char* source; const char* target; int status; };
+    for (const Case& c : std::vector<Case>{
+             {"7/no\nsuch\x1b\xff", "7/vexodlthumbnail/1.jpeg", 3}, {"7/fifo", "7/vexodlthumbnail/1.jpeg", 3},
+             {"7/folder", "7/vexodlthumbnail/1.jpeg", 3}, {"7/out.jpg", "7/vexodlthumbnail/1.jpeg", 3},
+             {"7/outer/a.jpg", "7/vexodlthumbnail/1.jpeg", 3}, {"7/../8/a.jpg", "7/vexodlthumbnail/1.jpeg", 3},
+             {"8/a.jpg", "7/vexodlthumbnail/1.jpeg", 3}, {"7/a.jpg", "7/none/1.jpeg", 4},
+             {"7/a.jpg", "7/linked/1.jpeg", 4}, {"7/a.jpg", "7/inner/1.jpeg", 4}}) {
+        const ProgramRun result = runProgram(commandLine("/srv/download/"s + c.source, "/srv/download/"s + c.target));
+        EXPECT_EQ(result.status, c.status) << c.source << " to " << c.target << result.errors;
+        EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+        EXPECT_EQ(result.errors.find('\x1b'), std::string::npos);
+        EXPECT_TRUE(fs::is_empty(pictures) && fs::is_empty("/srv/download/8/pictures")) << c.source;
+    }
+}
+
+TEST_F(ConvertThumb, wantsItsCommandLineAndItsSandbox) {
+    const std::vector<std::string> whole = commandLine("sample.jpg", "1.jpeg");
+    for (std::size_t i = 1; i < whole.size(); ++i) {
+        std::vector<std::string> other = whole;
+        other[i] += "x"; // of the names, too: a picture wants a folder of its task
+        EXPECT_EQ(runProgram(other).status, 2) << i;
+    }
+    fs::copy_file("sample.jpg", task / "a.jpg");
+    std::vector<std::string> caged = {"bwrap", "--dev-bind", "/", "/", "--unshare-user", "--disable-userns"};
+    for (const std::string& argument : commandLine(task / "a.jpg", picture)) {
+        caged.push_back(argument);
+    }
+    EXPECT_EQ(runProgram(caged).status, 5);
+    EXPECT_EQ(takePicture(), "none");
+}
+
+bool decoderRuns() { return runProgram({"pidof", "convert-im6.q16"}).status == 0; }
+
+TEST_F(ConvertThumb, leavesNothingBehindWhenItIsKilled) {
+    fs::copy_file("slow.jpg", task / "slow.jpg");
+    const std::string sample = readFile("sample.jpg");
+    for (const int signal : {SIGTERM, SIGKILL}) {
+        const pid_t pid = startProgram(commandLine(task / "slow.jpg", picture));
+        while (!decoderRuns()) {
+            ASSERT_EQ(waitpid(pid, nullptr, WNOHANG), 0);
+        }
+        kill(pid, signal);
+        int status = 0;
+        waitpid(pid, &status, 0);
+        EXPECT_EQ(exitStatus(status), 128 + signal);
+        for (int wait = 0; wait < 500 && decoderRuns(); ++wait) {
+            std::this_thread::sleep_for(10ms);
+        }
+        EXPECT_FALSE(decoderRuns());
+        EXPECT_EQ(fs::is_empty(pictures), signal == SIGTERM);
+        EXPECT_EQ(runOn(sample).errors, "");
+        EXPECT_EQ(takePicture(), "JPEG 60x40");
+    }
+}
+
+} // namespace
