@@ -53,7 +53,7 @@ int ff_gnutls_init() {
 void ff_gnutls_deinit() {}
 
 // Of libavcodec what no program here looks for: codecs and bit stream filters by name or one after the other. Those
-// that a program has stand with it (noCodecs.cpp).
+// that a program has stand with it (noCodecs.cpp, videoCodecs.cpp).
 
 const AVCodec* avcodec_find_decoder_by_name(const char*) {
     return nullptr;

@@ -1,0 +1,191 @@
+#include "tests/programs/programRun.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+// clang-format off: cases stand side by side
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+
+constexpr std::array kSeconds = {1, 4, 7, 10, 13}; // of the five pictures of every sample
+
+std::vector<std::string> commandLine(const std::string& program, const std::string& video, int second,
+                                     const std::string& picture) {
+    return {program, "-ss", std::to_string(second), "-timelimit", "300", "-i", video, "-vf",
+            R"(select=eq(pict_type\,I),scale='if(gt(a,1),min(1080,iw),-1)':'if(gt(a,1),-1,min(1080,ih))')", "-y", "-vframes",
+            "1", "-an", "-qscale:v", "1", "-f", "mjpeg", picture};
+}
+
+/// A task with an empty folder of pictures, and beside it a film in plain red that no picture may show.
+class Ffmpeg : public testing::Test {
+protected:
+    void SetUp() override {
+        fs::create_directories(pictures);
+        fs::copy_file("samples/secret.mp4", task / "secret.mp4");
+    }
+    void TearDown() override { fs::remove_all(task); }
+
+    /// The picture that the program under test makes of a video of the task; empty when it makes none.
+    std::string made(const fs::path& video, int second) {
+        run = runProgram(commandLine("/usr/vexo/bin/ffmpeg", video, second, picture));
+        std::string bytes = run.status == 0 ? readFile(picture) : "";
+        EXPECT_EQ(fs::remove(picture), run.status == 0) << video << run.errors;
+        EXPECT_TRUE(fs::is_empty(pictures)) << video;
+        return bytes;
+    }
+
+    /// The picture that Debian's ffmpeg makes.
+    static std::string stock(const fs::path& video, int second) {
+        fs::remove("stock.jpeg");
+        runProgram(commandLine("/usr/bin/ffmpeg", video, second, "stock.jpeg"));
+        return readFile("stock.jpeg");
+    }
+
+    fs::path sample(const std::string& name) {
+        fs::copy_file("samples/" + name, task / name, fs::copy_options::overwrite_existing);
+        return task / name;
+    }
+
+    fs::path task = "/srv/download/7";
+    fs::path pictures = task / "vexodlthumbnail";
+    fs::path picture = pictures / "3_0.jpeg";
+    ProgramRun run;
+};
+
+TEST_F(Ffmpeg, makesTheVeryPictureOfTheStockProgram) {
+    int compared = 0;
+    for (const auto& entry : fs::directory_iterator("samples")) {
+        const fs::path video = sample(entry.path().filename());
+        for (const int second : kSeconds) {
+            const std::string expected = stock(video, second);
+            if (entry.path().extension() != ".jpg" && !expected.empty()) {
+                EXPECT_TRUE(made(video, second) == expected) << video << " at " << second << ": " << run.errors;
+                ++compared;
+            }
+        }
+    }
+    EXPECT_GE(compared, 100);
+}
+
+TEST_F(Ffmpeg, takesTheLastIntraFrameWhereNoneFollows) {
+    struct Case { const char* name; int second; int asAt; }; // the second for which the stock program takes that frame
+    for (const Case& c : {Case{"oneKey.mp4", 1, 0}, {"oneKey.mp4", 13, 0}, {"long.mp4", 13, 10}, {"mpeg4.avi", 13, 12},
+                          {"tall.mkv", 13, 12}, {"shortPicture.mkv", 4, 2}, {"shortPicture.mkv", 13, 2}}) {
+        const std::string expected = stock(sample(c.name), c.asAt);
+        ASSERT_FALSE(expected.empty()) << c.name;
+        EXPECT_TRUE(made(task / c.name, c.second) == expected) << c.name << " at " << c.second << ": " << run.errors;
+    }
+}
+
+/// Replaces what a film holds from one second to another by what was never downloaded.
+void makeHole(const fs::path& video, double from, double to, bool sparse) {
+    const auto size = static_cast<double>(fs::file_size(video));
+    const auto begin = std::llround(size * from / 15);
+    const auto length = std::min(std::llround(size * to / 15), std::llround(size)) - begin;
+    shell("fallocate " + std::string(sparse ? "-p" : "-z") + " -o " + std::to_string(begin) + " -l " +
+          std::to_string(length) + " " + video.string());
+}
+
+TEST_F(Ffmpeg, failsForTheSecondsThatAreNotThereYet) {
+    const auto expectHoles = [&](const std::string& name, const std::string& covered, bool sparse) {
+        const fs::path video = sample(name);
+        for (std::size_t i = 0; i < kSeconds.size(); ++i) {
+            if (covered[i] == 'x') {
+                makeHole(video, kSeconds[i] - 0.7, kSeconds[i] + 1.3, sparse);
+            }
+        }
+        for (std::size_t i = 0; i < kSeconds.size(); ++i) {
+            const std::string expected = covered[i] == 'x' ? "" : stock("samples/" + name, kSeconds[i]);
+            EXPECT_TRUE(made(video, kSeconds[i]) == expected)
+                << name << " at " << kSeconds[i] << ", holes " << covered << ": " << run.errors;
+        }
+    };
+    for (const char* covered : {".....", ".x...", "....x", ".x.x.", "xxxxx"}) {
+        for (const char* name : {"short.mp4", "clusters.mkv"}) {
+            expectHoles(name, covered, false);
+            expectHoles(name, covered, true);
+        }
+    }
+}
+
+TEST_F(Ffmpeg, makesTheTruePictureOfACutFileOrNone) {
+    for (const char* name : {"short.mp4", "clusters.mkv", "long.mp4"}) {
+        const fs::path video = sample(name);
+        const std::string expected = made(video, 7);
+        ASSERT_FALSE(expected.empty()) << name;
+        const std::uintmax_t size = fs::file_size(video);
+        int whole = 0;
+        for (unsigned part = 20; part > 0; --part) {
+            fs::resize_file(video, size * part / 20 - part % 2);
+            const std::string bytes = made(video, 7);
+            EXPECT_TRUE(bytes.empty() || bytes == expected) << name << ", twentieths: " << part;
+            whole += bytes.empty() ? 0 : 1;
+        }
+        EXPECT_LT(whole, 20) << name;
+    }
+}
+
+TEST_F(Ffmpeg, takesNoPictureFromBeforeACut) {
+    const fs::path stream = sample("openGop.ts"); // its length is known by its last packet only
+    fs::resize_file(stream, fs::file_size(stream) / 2);
+    EXPECT_EQ(made(stream, 13), "");
+}
+
+TEST_F(Ffmpeg, takesEveryNameAsANameOnly) {
+    const std::string expected = stock(sample("short.mp4"), 4);
+    for (const std::string& name : {"p%d.mp4"s, "-i.mp4"s, "x [0].mp4"s, "concat:secret.mp4"s, "a\n'\"b.mp4"s,
+                                    "\xff\xfe.mkv.part"s, std::string(255, 'n')}) {
+        fs::copy_file(task / "short.mp4", task / name);
+        EXPECT_TRUE(made(task / name, 4) == expected) << name << run.errors;
+    }
+}
+
+TEST_F(Ffmpeg, opensNothingThatAFileNames) {
+    const std::string hls = "#EXTM3U\n#EXT-X-TARGETDURATION:15\n#EXTINF:15,\n/srv/download/7/secret.mp4\n#EXT-X-ENDLIST\n";
+    const std::string concat = "ffconcat version 1.0\nfile secret.mp4\n";
+    const std::string id3 = std::string("ID3\x04\0\0\0\0\x01\0", 10) + std::string(128, '\0');
+    const std::string dash =
+        "<?xml version='1.0'?>\n<MPD xmlns='urn:mpeg:dash:schema:mpd:2011' type='static' mediaPresentationDuration='PT15S'>"
+        "<Period><AdaptationSet mimeType='video/mp4'><Representation id='0' bandwidth='1000'>"
+        "<BaseURL>/srv/download/7/secret.mp4</BaseURL></Representation></AdaptationSet></Period></MPD>\n";
+    struct Case { const char* name; std::string content; };
+    for (const Case& c : {
+             Case{"HLS", hls}, {"HLS behind ID3", id3 + hls}, {"padded HLS", hls + std::string(1 << 20, '#')},
+             {"ffconcat", concat}, {"ffconcat behind ID3", id3 + concat}, {"DASH", dash}, {"nothing", ""},
+             {"zeros", std::string(1 << 20, '\0')},
+             {"SDP", "v=0\no=- 0 0 IN IP4 127.0.0.1\nc=IN IP4 127.0.0.1\nm=video 5004 RTP/AVP 96\n"}}) {
+        writeFile(task / "movie.mp4", c.content);
+        EXPECT_EQ(made(task / "movie.mp4", 1), "") << c.name;
+        EXPECT_EQ(run.status, 1) << c.name << run.errors;
+        EXPECT_EQ(std::count(run.errors.begin(), run.errors.end(), '\n'), 1) << run.errors;
+    }
+}
+
+TEST_F(Ffmpeg, refusesAPictureOfMonstrousSize) {
+    std::string bytes = readFile("samples/tiny.avi");
+    for (std::size_t place = bytes.find("IHDR"); place != std::string::npos; place = bytes.find("IHDR", place + 1)) {
+        bytes.replace(place + 4, 8, std::string("\0\0\x27\x10\0\0\x27\x10", 8)); // 10,000 x 10,000
+    }
+    writeFile(task / "bomb.avi", bytes);
+    EXPECT_EQ(made(task / "bomb.avi", 1), "");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.errors.find("max pixel"), std::string::npos) << run.errors;
+}
+
+TEST_F(Ffmpeg, takesOneCommandLineOnly) {
+    const std::vector<std::string> right = commandLine("/usr/vexo/bin/ffmpeg", sample("short.mp4"), 4, picture);
+    for (std::size_t i = 1; i < right.size(); ++i) {
+        std::vector<std::string> wrong = right;
+        const bool path = i == 6 || i == 17;
+        path ? void(wrong.erase(wrong.begin() + static_cast<long>(i))) : void(wrong[i] += 'x');
+        EXPECT_EQ(runProgram(wrong).status, 2) << right[i];
+    }
+    EXPECT_TRUE(fs::is_empty(pictures));
+    EXPECT_EQ(runProgram(right).status, 0);
+}
+
+} // namespace
