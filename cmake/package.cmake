@@ -40,3 +40,7 @@ foreach(package IN LISTS packages)
     install(FILES ${PROJECT_BINARY_DIR}/${package}.pc
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 endforeach()
+
+# --- documents
+
+install(FILES docs/man/makeThumbnails.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT host)

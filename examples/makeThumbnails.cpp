@@ -1,0 +1,215 @@
+// Counts or makes the thumbnails of one download task and shows the progress: a caller of the library, as a process of
+// the service would be.
+
+#include "platform/thumbnailDatabase.h"
+#include "thumbnail/thumbnailGenerator.h"
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <ctime>
+#include <exception>
+#include <future>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr int kUsageStatus = 2;
+constexpr auto kPollInterval = std::chrono::milliseconds(200);
+constexpr std::size_t kBarWidth = 40;
+
+struct Command {
+    bool debug = false;
+    bool generate = false; ///< otherwise count
+    int task = 0;
+};
+
+std::optional<int> parseTask(std::string_view text) {
+    int task = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), task);
+    if (error != std::errc() || end != text.data() + text.size() || task < 0) {
+        return std::nullopt;
+    }
+    return task;
+}
+
+std::optional<Command> parseCommand(std::vector<std::string_view> words) {
+    Command command;
+    if (!words.empty() && words.front() == "--debug") {
+        command.debug = true;
+        words.erase(words.begin());
+    }
+    if (words.size() != 2 || (words[0] != "count" && words[0] != "generate")) {
+        return std::nullopt;
+    }
+    command.generate = words[0] == "generate";
+    const std::optional<int> task = parseTask(words[1]);
+    command.task = task.value_or(0);
+    return task ? std::optional(command) : std::nullopt;
+}
+
+int fail(int task, const char* what) {
+    (void)std::fprintf(stderr, "makeThumbnails: task %d: %s\n", task, what);
+    return 1;
+}
+
+/// A file's name as a terminal may see it: the names are strangers' and can hold control characters.
+std::string printable(std::string name) {
+    std::replace_if(
+        name.begin(), name.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
+    return name;
+}
+
+/// The task's rows, or nothing when the database cannot be read.
+std::optional<std::vector<Thumbnail>> readRows(int task) {
+    Json::Value reply;
+    if (DownloadThumbnailDBGetByTaskId(task, &reply) < 0) {
+        return std::nullopt;
+    }
+    std::vector<Thumbnail> rows;
+    for (Json::Value& row : reply["data"]) {
+        rows.emplace_back(row);
+    }
+    return rows;
+}
+
+std::vector<Thumbnail> missingOf(std::vector<Thumbnail> plan, std::vector<Thumbnail>& rows) {
+    const auto isRecorded = [&rows](Thumbnail& planned) {
+        return std::any_of(rows.begin(), rows.end(), [&](Thumbnail& row) { return row.IsSameThumbnail(planned); });
+    };
+    plan.erase(std::remove_if(plan.begin(), plan.end(), isRecorded), plan.end());
+    return plan;
+}
+
+/// Shows N of M: a bar on a terminal, a line per change elsewhere.
+class Progress {
+public:
+    explicit Progress(std::size_t total) : total_(total) {}
+
+    void show(std::size_t done) {
+        if (done == shown_) {
+            return;
+        }
+        shown_ = done;
+        if (isTerminal_) {
+            const std::size_t filled = total_ == 0 ? kBarWidth : done * kBarWidth / total_;
+            const std::string bar = std::string(filled, '#') + std::string(kBarWidth - filled, '-');
+            std::printf("\r[%s] %zu of %zu", bar.c_str(), done, total_);
+        } else {
+            std::printf("%zu of %zu\n", done, total_);
+        }
+        (void)std::fflush(stdout);
+    }
+
+    void end() const {
+        if (isTerminal_ && shown_ != kNothing) {
+            std::puts("");
+        }
+    }
+
+private:
+    static constexpr std::size_t kNothing = SIZE_MAX;
+
+    std::size_t total_;
+    std::size_t shown_ = kNothing;
+    bool isTerminal_ = isatty(STDOUT_FILENO) == 1;
+};
+
+std::string timeText(std::time_t seconds) {
+    std::tm local{};
+    std::array<char, 32> text{};
+    if (localtime_r(&seconds, &local) != nullptr) {
+        (void)std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local);
+    }
+    return text.data();
+}
+
+void printTable(const std::vector<Thumbnail>& rows, const std::vector<Thumbnail>& plan) {
+    std::printf("%6s  %6s  %-12s  %-19s  %s\n", "id", "second", "picture", "made", "file");
+    for (const Thumbnail& row : rows) {
+        const auto source = std::find_if(plan.begin(), plan.end(),
+                                         [&row](const Thumbnail& p) { return p.file_index == row.file_index; });
+        const std::string file = source == plan.end() ? std::to_string(row.file_index) : source->file_path;
+        std::printf("%6d  %6d  %-12s  %-19s  %s\n", row.thumbnail_id, row.thumbnail_second,
+                    row.thumbnail_filename.c_str(), timeText(row.create_time).c_str(), printable(file).c_str());
+    }
+}
+
+void printMissing(const std::vector<Thumbnail>& missing) {
+    for (const Thumbnail& thumbnail : missing) {
+        (void)std::fprintf(stderr, "missing: %d_%d of %s\n", thumbnail.file_index, thumbnail.thumbnail_index,
+                           printable(thumbnail.file_path).c_str());
+    }
+}
+
+int count(const Command& command) {
+    const int number = ThumbnailGenerator(command.task, command.debug).getTotalThumbnailNumber();
+    if (number < 0) {
+        return fail(command.task, "no file list; does the torrent engine run and have the task?");
+    }
+    std::printf("%d\n", number);
+    return 0;
+}
+
+/// Runs generate() in a thread of its own, with an object of its own, and reads the database meanwhile.
+int generateWithProgress(const Command& command, const std::vector<Thumbnail>& plan) {
+    auto result = std::async(std::launch::async,
+                             [&command] { return ThumbnailGenerator(command.task, command.debug).generate(); });
+    Progress progress(plan.size());
+    bool running = true;
+    while (running) {
+        running = result.wait_for(kPollInterval) != std::future_status::ready;
+        if (auto rows = readRows(command.task)) {
+            progress.show(plan.size() - missingOf(plan, *rows).size());
+        }
+    }
+    progress.end();
+    return result.get();
+}
+
+int generate(const Command& command) {
+    ThumbnailGenerator planner(command.task, command.debug);
+    std::vector<Thumbnail> plan;
+    if (planner.getTaskFileList(command.task) < 0 || planner.getThumbnailList(plan) < 0) {
+        return fail(command.task, "no file list; does the torrent engine run and have the task?");
+    }
+    const int result = generateWithProgress(command, plan);
+    auto rows = readRows(command.task);
+    if (!rows) {
+        return fail(command.task, "the thumbnail database cannot be read");
+    }
+    printTable(*rows, plan);
+    const std::vector<Thumbnail> missing = missingOf(plan, *rows);
+    printMissing(missing);
+    if (!missing.empty()) {
+        return fail(command.task, "not all thumbnails could be made; the next run tries the missing ones again");
+    }
+    return result < 0 ? fail(command.task, "the run failed; --debug tells where") : 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) try {
+    const std::optional<Command> command = parseCommand({argv + std::min(argc, 1), argv + argc});
+    if (!command) {
+        (void)std::fputs("usage: makeThumbnails [--debug] count|generate TASK\n", stderr);
+        return kUsageStatus;
+    }
+    if (command->debug) {
+        openlog("makeThumbnails", LOG_PERROR, LOG_USER);
+    }
+    return command->generate ? generate(*command) : count(*command);
+} catch (const std::exception& error) {
+    (void)std::fprintf(stderr, "makeThumbnails: %s\n", error.what());
+    return 1;
+}
