@@ -43,4 +43,14 @@ endforeach()
 
 # --- documents
 
-install(FILES docs/man/makeThumbnails.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT host)
+install(FILES
+    docs/man/downloadthumbnail.3
+    docs/man/GetTmpDownloadDir.3
+    docs/man/RemoveTaskTemp.3
+    docs/man/TmpVolumeSpaceCheck.3
+    docs/man/VEXODLQuotaCheck.3
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT documents)
+install(FILES docs/man/makeThumbnails.1
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT host)
+install(FILES README.md docs/design.md docs/CHANGELOG.md
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libdownloadthumbnail-dev COMPONENT documents)
