@@ -1,5 +1,5 @@
-# What an installation holds beside the programs: the libraries, what it takes to build against them, and the folder of the
-# database.
+# What an installation holds, by component: runtime, development, host (with examples/) and database, the folder that
+# only an installation without a package manager gets from here.
 
 set(VEXODL_CMAKE_FOLDER ${CMAKE_INSTALL_LIBDIR}/cmake/downloadthumbnail)
 install(TARGETS downloadthumbnail vexoplatform EXPORT downloadthumbnail
