@@ -50,7 +50,14 @@ install(FILES
     docs/man/TmpVolumeSpaceCheck.3
     docs/man/VEXODLQuotaCheck.3
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT documents)
-install(FILES docs/man/makeThumbnails.1
+install(FILES docs/man/makeThumbnails.1 docs/man/makeMissingThumbnails.1
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT host)
 install(FILES README.md docs/design.md docs/CHANGELOG.md
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libdownloadthumbnail-dev COMPONENT documents)
+install(FILES docs/server.md DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/vexodl-host COMPONENT host)
+
+# --- pictures that come by themselves beside Debian's transmission-daemon
+
+install(PROGRAMS examples/server/makeMissingThumbnails DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT host)
+install(FILES examples/server/vexodl-thumbnails.service examples/server/vexodl-thumbnails.timer
+    DESTINATION lib/systemd/system COMPONENT host)

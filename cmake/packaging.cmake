@@ -54,7 +54,7 @@ set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA
 set(CPACK_DEBIAN_HOST_DESCRIPTION "preview pictures of download tasks - programs for an ordinary server
 What libdownloadthumbnail calls at its fixed paths below /usr/vexo and
 /var/packages, and the program makeThumbnails, which makes the pictures of a
-task of transmission-daemon from the command line.")
+task of transmission-daemon from the command line or, on request, by a timer.")
 
 # What only a Debian package holds; a whole installation leaves it out.
 foreach(component runtime development host)
