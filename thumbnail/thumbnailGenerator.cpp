@@ -71,23 +71,39 @@ int runShielded(const Body& body) {
 
 // Pure reads of a torrent item.
 
-/// The files whose names have an extension, in their order: a copy, since what is done with it calls the platform.
+struct Candidate {
+    std::int64_t length = 0;
+    int fileIndex = 0;
+
+    bool operator>(const Candidate& other) const {
+        return std::tie(length, fileIndex) > std::tie(other.length, other.fileIndex);
+    }
+};
+
+/// What a plan reads of the files whose names have an extension, in their order: a copy, since what is done with it
+/// calls the platform. One walk serves the whole plan, because the item of 100,000 files fits no processor's cache.
 class NamedFiles {
 public:
-    explicit NamedFiles(const Json::Value& files) {
+    explicit NamedFiles(const Json::Value& taskFiles) {
+        const Json::Value& files = member(taskFiles, "files");
+        if (!files.isArray()) {
+            return;
+        }
+        entries_.reserve(files.size());
         int fileIndex = 0;
         for (auto file = files.begin(); file != files.end(); ++file, ++fileIndex) {
             const std::string_view name = toText(member(*file, "name"));
             const std::size_t dot = name.rfind('.');
             if (dot != std::string_view::npos) {
-                entries_.push_back({fileIndex, names_.size(), names_.size() + dot + 1});
+                const Candidate candidate = {toInt64(member(*file, "length")), fileIndex};
+                entries_.push_back({candidate, names_.size(), names_.size() + dot + 1});
                 names_.append(name).push_back('\0');
             }
         }
     }
 
     struct Entry {
-        int fileIndex;
+        Candidate candidate;
         std::size_t name; ///< where it begins among all names
         std::size_t extension;
     };
@@ -104,50 +120,42 @@ std::string fileName(const Json::Value& taskFiles, int fileIndex) {
     return std::string(toText(member(element(member(taskFiles, "files"), fileIndex), "name")));
 }
 
-struct Candidate {
-    std::int64_t length = 0;
-    int fileIndex = 0;
-
-    bool operator>(const Candidate& other) const {
-        return std::tie(length, fileIndex) > std::tie(other.length, other.fileIndex);
-    }
-};
-
-/// Finds elements of an array by ascending index. jsoncpp's arrays are ordered maps: a search from the root for each of
-/// 100,000 files would cost more than all the rest of a plan.
+/// Finds elements of an array, cheapest by ascending index. jsoncpp's arrays are ordered maps: of elements that lie
+/// close together the next is found by a step, of elements far apart by a search.
 class ElementWalk {
 public:
     explicit ElementWalk(const Json::Value& array)
-        : begin_(array.isArray() ? array.begin() : none_.begin()), end_(array.isArray() ? array.end() : none_.end()) {}
+        : array_(array.isArray() ? array : none_), position_(array_.begin()), end_(array_.end()) {}
 
     const Json::Value& operator[](int index) {
-        if (index < index_) {
-            position_ = begin_;
-            index_ = 0;
+        if (index < index_ || index - index_ > patience_) {
+            patience_ += kStepsPerSearch; // many searches in a row have cost as much as the steps that they saved
+            return element(array_, index);
         }
         for (; index_ < index && position_ != end_; ++index_) {
             ++position_;
         }
-        return index_ == index && position_ != end_ ? *position_ : none_;
+        return position_ != end_ ? *position_ : none_;
     }
 
 private:
+    static constexpr int kStepsPerSearch = 16;
+
     const Json::Value& none_ = Json::Value::nullSingleton();
-    Json::Value::const_iterator begin_;
+    const Json::Value& array_;
+    Json::Value::const_iterator position_;
     Json::Value::const_iterator end_;
-    Json::Value::const_iterator position_ = begin_;
-    int index_ = 0;
+    int index_ = 0; ///< of the position
+    int patience_ = kStepsPerSearch;
 };
 
-/// The largest wanted ones of the files, largest first.
-std::vector<Candidate> largestWanted(const Json::Value& taskFiles, const std::vector<int>& indices) {
-    ElementWalk files(member(taskFiles, "files"));
+/// The largest wanted ones of the candidates, largest first.
+std::vector<Candidate> largestWanted(const Json::Value& taskFiles, const std::vector<Candidate>& candidates) {
     ElementWalk fileStats(member(taskFiles, "fileStats"));
     std::vector<Candidate> best;
-    for (const int index : indices) {
-        const Candidate candidate = {toInt64(member(files[index], "length")), index};
+    for (const Candidate& candidate : candidates) {
         const bool isBetter = best.size() < kFilesPerKind || candidate > best.back();
-        if (!isBetter || !toBool(member(fileStats[index], "wanted"))) {
+        if (!isBetter || !toBool(member(fileStats[candidate.fileIndex], "wanted"))) {
             continue;
         }
         best.insert(std::upper_bound(best.begin(), best.end(), candidate, std::greater<>()), candidate);
@@ -239,7 +247,9 @@ int makeFromPhoto(ThumbnailGenerator& generator, const ThumbnailPaths& paths, in
     return 0;
 }
 
-int appendMediaFiles(const ThumbnailGenerator& generator, VEXODL_MEDIA_TYPE type, std::vector<int>& indices) {
+/// Appends those of the files that are of one kind, in their order.
+int listMediaFiles(const ThumbnailGenerator& generator, VEXODL_MEDIA_TYPE type, const NamedFiles& named,
+                   std::vector<Candidate>& candidates) {
     const bool debug = generator.debug;
     const Json::Value& files = member(generator.taskFiles, "files");
     if (!files.isArray() || files.empty()) {
@@ -248,13 +258,41 @@ int appendMediaFiles(const ThumbnailGenerator& generator, VEXODL_MEDIA_TYPE type
     }
     const bool isVideoList = type == VEXODL_MEDIA_TYPE_VIDEO;
     const auto hasKind = isVideoList ? BlVEXOIndexIsVideo : BlVEXOIndexIsPhoto;
-    const NamedFiles named(files);
     for (const NamedFiles::Entry& file : named.entries()) {
         if (hasKind(named.text(file.extension)) == 0 ||
             (isVideoList && BlVEXOIndexIsSubtitleFile(named.text(file.name)) != 0)) {
             continue;
         }
-        indices.push_back(file.fileIndex);
+        candidates.push_back(file.candidate);
+    }
+    return 0;
+}
+
+int appendMediaFiles(const ThumbnailGenerator& generator, VEXODL_MEDIA_TYPE type, std::vector<int>& indices) {
+    std::vector<Candidate> candidates;
+    if (listMediaFiles(generator, type, NamedFiles(generator.taskFiles), candidates) < 0) {
+        return kFailed;
+    }
+    for (const Candidate& candidate : candidates) {
+        indices.push_back(candidate.fileIndex);
+    }
+    return 0;
+}
+
+/// Replaces `indices` by the candidates that get thumbnails, largest first.
+int chooseFiles(const ThumbnailGenerator& generator, VEXODL_MEDIA_TYPE type, const std::vector<Candidate>& candidates,
+                std::vector<int>& indices) {
+    const bool debug = generator.debug;
+    if (candidates.empty()) {
+        LOG_FAILURE("%s:%d Bad parameter", HERE);
+        return kFailed;
+    }
+    indices.clear();
+    for (const Candidate& candidate : largestWanted(generator.taskFiles, candidates)) {
+        if (type == VEXODL_MEDIA_TYPE_VIDEO && candidate.length < kMinVideoBytes) {
+            break; // none of the rest is longer
+        }
+        indices.push_back(candidate.fileIndex);
     }
     return 0;
 }
@@ -362,39 +400,36 @@ int ThumbnailGenerator::getPhotoFile(std::vector<int>& indices) {
 }
 
 int ThumbnailGenerator::getNeedThumbnail(std::vector<int>& indices, VEXODL_MEDIA_TYPE type) {
-    if (indices.empty()) {
-        LOG_FAILURE("%s:%d Bad parameter", HERE);
-        return kFailed;
+    ElementWalk files(member(taskFiles, "files"));
+    std::vector<Candidate> candidates;
+    candidates.reserve(indices.size());
+    for (const int index : indices) {
+        candidates.push_back({toInt64(member(files[index], "length")), index});
     }
-    const std::vector<Candidate> best = largestWanted(taskFiles, indices);
-    indices.clear();
-    for (const Candidate& candidate : best) {
-        if (type == VEXODL_MEDIA_TYPE_VIDEO && candidate.length < kMinVideoBytes) {
-            break; // none of the rest is longer
-        }
-        indices.push_back(candidate.fileIndex);
-    }
-    return 0;
+    return chooseFiles(*this, type, candidates, indices);
 }
 
 int ThumbnailGenerator::getThumbnailList(std::vector<Thumbnail>& list) {
+    const NamedFiles files(taskFiles);
+    std::vector<Candidate> candidates;
     std::vector<int> videos;
-    if (getVideoFile(videos) < 0) {
+    if (listMediaFiles(*this, VEXODL_MEDIA_TYPE_VIDEO, files, candidates) < 0) {
         LOG_FAILURE("%s:%d Failed to get list of video files", HERE);
         return kFailed;
     }
-    if (!videos.empty() && getNeedThumbnail(videos, VEXODL_MEDIA_TYPE_VIDEO) < 0) {
+    if (!candidates.empty() && chooseFiles(*this, VEXODL_MEDIA_TYPE_VIDEO, candidates, videos) < 0) {
         LOG_FAILURE("%s:%d Failed to get video need thumbnail", HERE);
         return kFailed;
     }
     planVideos(*this, videos, list);
 
+    candidates.clear();
     std::vector<int> photos;
-    if (getPhotoFile(photos) < 0) {
+    if (listMediaFiles(*this, VEXODL_MEDIA_TYPE_PHOTO, files, candidates) < 0) {
         LOG_FAILURE("%s:%d Failed to get list of photo files", HERE);
         return kFailed;
     }
-    if (!photos.empty() && getNeedThumbnail(photos, VEXODL_MEDIA_TYPE_PHOTO) < 0) {
+    if (!candidates.empty() && chooseFiles(*this, VEXODL_MEDIA_TYPE_PHOTO, candidates, photos) < 0) {
         LOG_FAILURE("%s:%d Failed to get photo need thumbnail", HERE);
         return kFailed;
     }
