@@ -162,7 +162,13 @@ std::size_t RpcClient::keepBody(char* data, std::size_t size, std::size_t count,
     if (self.tooLong_) {
         return 0;
     }
+    curl_off_t announced = -1; // -1 where the engine does not say
+    if (self.body_.empty()) {
+        curl_easy_getinfo(self.handle_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
+    }
     try {
+        self.body_.reserve(
+            std::min(self.limits_.replyBytes, static_cast<std::size_t>(std::max<curl_off_t>(announced, 0))));
         self.body_.append(data, bytes);
     } catch (const std::exception&) { // no memory; an exception must not cross libcurl
         return 0;
