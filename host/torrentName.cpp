@@ -83,7 +83,8 @@ bool staysBelow(std::string_view name) {
 }
 
 std::optional<std::string> otherNameOnDisk(const std::string& directory, std::string_view name) {
-    if (name.find_first_of("\xE1\xE2\xE3") == std::string_view::npos) {
+    const auto mayBegin = [](char byte) { return byte >= '\xE1' && byte <= '\xE3'; };
+    if (std::none_of(name.begin(), name.end(), mayBegin)) {
         return std::nullopt;
     }
     // The emoji and most else begin with \u1; ideographs with \u2 and \u3, where the four digits are more often meant.
