@@ -31,8 +31,8 @@ struct ChildReport {
 /// Runs a program to its end.
 ///
 /// @param path      the program. @param argv all its arguments, its own name first, ended by a null pointer.
-/// @param deadline  from now, after which its process group is told to end (SIGTERM) and killed a second later; so it is
-///                  when the caller's process dies.
+/// @param deadline  from now, after which its process group is told to end (SIGTERM) and killed a second later; so it
+///                  is when the caller's process dies.
 /// Blocks until the child and what is left of its process group have ended. One that sleeps uninterruptibly, as on a
 /// disk that does not answer, dies only when it wakes: the call waits for it beyond the deadline.
 /// Output beyond the limit is read and dropped. errno is left alone.

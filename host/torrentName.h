@@ -16,10 +16,10 @@ bool staysBelow(std::string_view name);
 
 /// Finds the name that a file has on the disk where that is not the one reported.
 ///
-/// Transmission 3.00 writes a character above U+FFFF as an escape of five digits (\u1f600), of which a JSON parser takes
-/// four and leaves the last as a character of its own. Where the name as parsed is not below the directory, neither
-/// whole nor with ".part" behind it, but a reading with five digits is, that reading is the answer; otherwise there is
-/// none and the name stands.
+/// Transmission 3.00 writes a character above U+FFFF as an escape of five digits (\u1f600), of which a JSON parser
+/// takes four and leaves the last as a character of its own. Where the name as parsed is not below the directory,
+/// neither whole nor with ".part" behind it, but a reading with five digits is, that reading is the answer; otherwise
+/// there is none and the name stands.
 ///
 /// Looks at the disk only for a name that may hold such an escape, and then at most six times.
 std::optional<std::string> otherNameOnDisk(const std::string& directory, std::string_view name);
