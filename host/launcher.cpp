@@ -125,16 +125,16 @@ bool hasEnded(long program) {
 }
 
 /// Waits until the program has ended; it is not reaped.
+/// @param events  SIGCHLD, and kCallerGone where that matters.
 /// @return 0, ETIME at the deadline, ECHILD when the caller has gone.
-int awaitEnd(long program, long long deadline) {
-    constexpr unsigned long kEvents = maskOf(SIGCHLD) | maskOf(kCallerGone);
+int awaitEnd(long program, long long deadline, unsigned long events) {
     while (!hasEnded(program)) {
         const long long left = deadline - now();
         if (left <= 0) {
             return ETIME;
         }
         const timespec timeout = {left / kSecond, left % kSecond};
-        if (rawCall(SYS_rt_sigtimedwait, address(&kEvents), 0, address(&timeout), kMaskSize) == kCallerGone) {
+        if (rawCall(SYS_rt_sigtimedwait, address(&events), 0, address(&timeout), kMaskSize) == kCallerGone) {
             return ECHILD;
         }
     }
@@ -142,10 +142,10 @@ int awaitEnd(long program, long long deadline) {
 }
 
 /// Lets a program that is cut short end what it has started outside of its process group, as a sandbox; gives it a
-/// moment.
+/// moment. That the caller has gone is told again for each thread of it that ends.
 void askToEnd(long program) {
     rawCall(SYS_kill, -program, SIGTERM);
-    awaitEnd(program, now() + kSecond);
+    awaitEnd(program, now() + kSecond, maskOf(SIGCHLD));
 }
 
 /// Ends what is left of the program's process group and reaps it, the program after the kill only: until then its
@@ -176,7 +176,7 @@ void launch(void* argument) {
         order.error = static_cast<int>(-program);
         leave();
     }
-    const int cut = awaitEnd(program, deadline);
+    const int cut = awaitEnd(program, deadline, maskOf(SIGCHLD) | maskOf(kCallerGone));
     if (cut != 0) {
         askToEnd(program);
     }

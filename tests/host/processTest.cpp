@@ -167,6 +167,7 @@ TEST_F(ProcessTest, takesItsChildrenAlongWhenKilled) {
     ASSERT_EQ(mkfifo(started.c_str(), 0600), 0);
     const pid_t caller = fork();
     if (caller == 0) {
+        std::thread(pause).detach(); // its end, too, is told
         _exit(shell("setsid sleep 1000 & s=$!; trap 'kill $s; exit' TERM; sleep 1000 & echo >" + started + "; wait"));
     }
     std::string line;
