@@ -4,6 +4,7 @@
 // Neither may throw, change the cached item by reading it, or make a result depend on the debug flag.
 
 #include "fakePlatform.h"
+#include "tests/host/sandbox.h"
 #include "thumbnail/jsonAccess.h"
 #include "thumbnail/thumbnailGenerator.h"
 
@@ -80,8 +81,8 @@ Results run(const Input& input, const std::string& downloadLink, bool debug) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const Sandbox sandbox;
     const Input input = split(std::string(reinterpret_cast<const char*>(data), size));
-    const Results loud = run(input, sandbox.path.string(), true);
-    const Results quiet = run(input, sandbox.path.string(), false);
+    const Results loud = run(input, sandbox.root, true);
+    const Results quiet = run(input, sandbox.root, false);
     require(loud.count == quiet.count && loud.made == quiet.made && loud.rows == quiet.rows);
     return 0;
 }

@@ -19,6 +19,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -41,12 +42,6 @@ Json::Value json(const std::string& text) {
     std::istringstream(text) >> value;
     return value;
 }
-
-Sandbox::Sandbox() : path(std::filesystem::temp_directory_path() / ("downloadthumbnail." + std::to_string(getpid()))) {
-    std::filesystem::create_directories(path);
-}
-
-Sandbox::~Sandbox() { std::filesystem::remove_all(path); }
 
 namespace {
 

@@ -3,7 +3,6 @@
 
 #include <json/value.h>
 
-#include <filesystem>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -49,16 +48,5 @@ struct FakePlatform {
 extern FakePlatform fake;
 
 Json::Value json(const std::string& text);
-
-/// A folder that its destructor removes.
-class Sandbox {
-public:
-    Sandbox();
-    ~Sandbox();
-    Sandbox(const Sandbox&) = delete;
-    Sandbox& operator=(const Sandbox&) = delete;
-
-    const std::filesystem::path path;
-};
 
 #endif

@@ -2,10 +2,9 @@
 
 #include "util/file.h"
 #include "fakePlatform.h"
+#include "tests/host/sandbox.h"
 
 #include <gtest/gtest.h>
-
-#include <fstream>
 
 // One row a case.
 // clang-format off
@@ -17,7 +16,7 @@ using Texts = std::vector<std::string>;
 class FileTest : public testing::Test {
 protected:
     Sandbox sandbox_;
-    const std::string directory_ = sandbox_.path.string();
+    const std::string& directory_ = sandbox_.root;
     const std::string volumeQuestion_ =
         "exec|/usr/vexo/bin/vexofstool|--check-volume-writable|" + directory_ + "|(null)|(null)";
 
@@ -30,14 +29,14 @@ protected:
 } // namespace
 
 TEST_F(FileTest, FindsTheTmpDownloadDirectory) {
-    std::ofstream(sandbox_.path / "file").flush();
+    const std::string file = sandbox_.write("file", "");
     const struct { const char* name; std::string target; int spare; int answer; int result; Texts calls; } cases[] = {
                  {"writable", directory_, 1, 1, 0, {volumeQuestion_}},
                  {"not writable", directory_, 100, 0, -1, {volumeQuestion_}},
                  {"answer that is no yes", directory_, 100, 2, -1, {volumeQuestion_}},
                  {"no room for the terminator", directory_, 0, 1, -1, {}},
                  {"cut", directory_, -1, 1, -1, {}},
-                 {"a file", directory_ + "/file", 100, 1, -1, {}},
+                 {"a file", file, 100, 1, -1, {}},
                  {"nothing there", directory_ + "/none", 100, 1, -1, {}},
                  {"no link", "", 100, 1, -1, {}}};
     for (const auto& each : cases) {

@@ -2,6 +2,7 @@
 // on and off.
 
 #include "fakePlatform.h"
+#include "tests/host/sandbox.h"
 #include "tests/host/smallStack.h"
 #include "thumbnail/thumbnailGenerator.h"
 
@@ -9,7 +10,6 @@
 #include <pthread.h>
 
 #include <ctime>
-#include <fstream>
 #include <functional>
 
 namespace {
@@ -100,7 +100,8 @@ protected:
     }
 
     Sandbox sandbox_;
-    const std::string directory_ = sandbox_.path.string(), task_ = directory_ + "/12/";
+    const std::string& directory_ = sandbox_.root;
+    const std::string task_ = sandbox_ / "12/";
 };
 
 std::vector<int> ranked(const Json::Value& torrent, std::vector<int> indices, VEXODL_MEDIA_TYPE type) {
@@ -311,12 +312,12 @@ TEST_F(GeneratorTest, RunsTheExternalPrograms) {
 }
 
 TEST_F(GeneratorTest, JudgesAPicture) {
-    const std::string empty = directory_ + "/empty";
-    std::ofstream(empty).flush();
-    std::filesystem::create_symlink(empty, directory_ + "/link");
+    const std::string empty = sandbox_.write("empty", "");
+    const std::string link = sandbox_ / "link";
+    std::filesystem::create_symlink(empty, link);
     check({{"missing", SET(), CALL(isValidThumbnail("/none")), -1, "Failed to lstat() /none. [No such file or directory]"},
            {"empty", SET(), CALL(isValidThumbnail(empty)), -1, ""},
-           {"link to an empty file", SET(), CALL(isValidThumbnail(directory_ + "/link")), 0, ""}});
+           {"link to an empty file", SET(), CALL(isValidThumbnail(link)), 0, ""}});
 }
 
 TEST_F(GeneratorTest, MakesOneThumbnail) {
