@@ -11,10 +11,8 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
-#include <sys/syscall.h>
 #include <sys/vfs.h>
 #include <syslog.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdarg>
@@ -23,18 +21,14 @@
 #include <fstream>
 #include <sstream>
 
-// clang-format off: bodies of one line
+// Bodies of one line.
+// clang-format off
 
 FakePlatform fake;
 
-int FakePlatform::take(const std::string& call, int result) {
+int FakePlatform::take(const std::string& call) {
     calls.push_back(call);
-    return static_cast<int>(calls.size()) - 1 == failingCall ? -1 : result;
-}
-
-int FakePlatform::judge(const std::string& test, const std::string& name, std::initializer_list<const char*> accepted) {
-    calls.push_back(test + "|" + name);
-    return std::count(accepted.begin(), accepted.end(), name) != 0 ? 1 : 0;
+    return failingCall-- == 0 ? -1 : results[call.substr(0, call.find('|'))];
 }
 
 Json::Value json(const std::string& text) {
@@ -53,8 +47,10 @@ std::string compact(const Json::Value& value) {
 
 std::string text(const char* argument) { return argument != nullptr ? argument : "(null)"; }
 
+using Names = std::initializer_list<const char*>;
+
 /// Each behind a '|'; "(null)" for a null pointer.
-std::string joined(std::initializer_list<const char*> arguments) {
+std::string joined(Names arguments) {
     std::string all;
     for (const char* argument : arguments) {
         all += "|" + text(argument);
@@ -62,39 +58,45 @@ std::string joined(std::initializer_list<const char*> arguments) {
     return all;
 }
 
+/// Notes a test of a name, which cannot fail. @return 1 when the name is one of those accepted.
+int judge(const std::string& test, const std::string& name, Names accepted) {
+    fake.calls.push_back(test + "|" + name);
+    return std::count(accepted.begin(), accepted.end(), name) != 0 ? 1 : 0;
+}
+
 } // namespace
 
 int VEXODownloadRpcTorrentGet(int taskId, const Json::Value& fields, Json::Value& reply) {
     reply = fake.reply;
-    return fake.take("torrent|" + std::to_string(taskId) + "|" + compact(fields), fake.engineResult);
+    return fake.take("torrent|" + std::to_string(taskId) + "|" + compact(fields));
 }
 
 int DownloadThumbnailDBGetByTaskId(int taskId, Json::Value* reply) {
     *reply = fake.stored;
-    return fake.take("rows|" + std::to_string(taskId), fake.readResult);
+    return fake.take("rows|" + std::to_string(taskId));
 }
 
 int DownloadThumbnailDBCreate(Json::Value* row) {
-    const int result = fake.take("insert|" + compact(*row), fake.insertResult);
+    const int result = fake.take("insert|" + compact(*row));
     if (result >= 0) {
         fake.stored["data"].append(*row);
     }
     return result;
 }
 
-int BlVEXOIndexIsVideo(const char* extension) { return fake.judge("video", extension, {"mkv", "mp4", "MKV"}); }
-int BlVEXOIndexIsPhoto(const char* extension) { return fake.judge("photo", extension, {"jpg", "png"}); }
-int BlVEXOIndexIsSubtitleFile(const char* name) { return fake.judge("subtitle", name, {"sub.mkv"}); }
+int BlVEXOIndexIsVideo(const char* extension) { return judge("video", extension, {"mkv", "mp4", "MKV"}); }
+int BlVEXOIndexIsPhoto(const char* extension) { return judge("photo", extension, {"jpg", "png"}); }
+int BlVEXOIndexIsSubtitleFile(const char* name) { return judge("subtitle", name, {"sub.mkv"}); }
 
 int VEXOFSMkdirP(const char* path, const char* base, int parents, int uid, int gid, mode_t mode) {
     std::ostringstream call;
     call << "mkdir|" << path << "|" << text(base) << "|" << parents << "|" << uid << "|" << gid << "|" << std::oct << mode;
     std::filesystem::create_directories(path);
-    return fake.take(call.str(), fake.makeDirectoryResult);
+    return fake.take(call.str());
 }
 
 int VLIBCExec(const char* path, const char* arg1, const char* arg2, const char* arg3, const char* arg4) {
-    return fake.take("exec" + joined({path, arg1, arg2, arg3, arg4}), fake.answer);
+    return fake.take("exec" + joined({path, arg1, arg2, arg3, arg4}));
 }
 
 int VLIBCExecl(const char* path, int options, ...) {
@@ -105,7 +107,7 @@ int VLIBCExecl(const char* path, int options, ...) {
         call += "|" + text(argument);
     }
     va_end(arguments);
-    return fake.take(call, fake.removalResult);
+    return fake.take(call);
 }
 
 int VLIBCExecv(const char* path, char* const argv[], int flag) {
@@ -114,8 +116,8 @@ int VLIBCExecv(const char* path, char* const argv[], int flag) {
     for (; *argument != nullptr; ++argument) {
         call += "|" + text(*argument);
     }
-    const int result = fake.take(call, fake.toolResult);
-    if (fake.toolWrites && result == 0) {
+    const int result = fake.take(call);
+    if (result == 0) {
         std::ofstream(argument[-1]) << fake.picture;
     }
     errno = ENOENT;
@@ -123,7 +125,7 @@ int VLIBCExecv(const char* path, char* const argv[], int flag) {
 }
 
 int VLIBGroupIsAdminGroupMemByUid(unsigned int uid, int flag) {
-    return fake.take("group|" + std::to_string(uid) + "|" + std::to_string(flag), fake.groupResult);
+    return fake.take("group|" + std::to_string(uid) + "|" + std::to_string(flag));
 }
 
 namespace VEXOUtils {
@@ -145,7 +147,7 @@ int ProcessRunner::run(bool capture, bool wait) {
     for (const std::string& argument : command_) {
         call += "|" + argument;
     }
-    return fake.take(call, fake.helperResult);
+    return fake.take(call);
 }
 
 std::string ProcessRunner::getCapturedOutput() { return output_; }
@@ -168,20 +170,14 @@ __attribute__((visibility("default"))) void syslog(int priority, const char* for
 }
 
 __attribute__((visibility("default"))) ssize_t readlink(const char* path, char* buffer, size_t size) {
-    if (std::strcmp(path, "/var/services/download") != 0) {
-        return syscall(SYS_readlink, path, buffer, size);
-    }
-    if (size == 0 || fake.downloadLink.empty()) {
-        errno = EINVAL;
-        return -1;
-    }
-    return static_cast<ssize_t>(fake.downloadLink.copy(buffer, size));
+    const bool isThere = std::strcmp(path, "/var/services/download") == 0 && !fake.downloadLink.empty();
+    return isThere && size > 0 ? static_cast<ssize_t>(fake.downloadLink.copy(buffer, size)) : -1;
 }
 
 __attribute__((visibility("default"))) int statfs64(const char*, struct statfs64* volume) {
     volume->f_bavail = static_cast<decltype(volume->f_bavail)>(fake.availableBlocks);
     volume->f_bsize = fake.blockSize;
-    return fake.take("statfs", 0);
+    return fake.take("statfs");
 }
 
 } // extern "C"

@@ -43,7 +43,7 @@ TEST_F(FileTest, FindsTheTmpDownloadDirectory) {
         SCOPED_TRACE(each.name);
         fake = FakePlatform();
         fake.downloadLink = each.target;
-        fake.answer = each.answer;
+        fake.results["exec"] = each.answer;
         std::vector<char> buffer(each.target.size() + 101, 'x');
         const std::size_t size = each.target.size() + static_cast<std::size_t>(each.spare);
         EXPECT_EQ(GetTmpDownloadDir(buffer.data(), static_cast<int>(size)), each.result);
@@ -74,7 +74,7 @@ TEST_F(FileTest, ChecksTheSpaceOfItsVolume) {
         EXPECT_EQ(TmpVolumeSpaceCheck(), each.result);
     }
     EXPECT_EQ(fake.messages, Texts());
-    fake.failingCall = static_cast<int>(fake.calls.size()) + 1;
+    fake.failingCall = 1;
     EXPECT_EQ(TmpVolumeSpaceCheck(), -1);
     fake.downloadLink = std::string(1024, 'd');
     EXPECT_EQ(TmpVolumeSpaceCheck(), -1);
@@ -85,7 +85,7 @@ TEST_F(FileTest, ChecksTheSpaceOfItsVolume) {
 TEST_F(FileTest, RemovesATaskPath) {
     EXPECT_EQ(RemoveTaskTemp("/a b", 5), 0);
     EXPECT_EQ(RemoveTaskTemp("-x", 0), 0);
-    fake.removalResult = 1;
+    fake.results["execl"] = 1;
     EXPECT_EQ(RemoveTaskTemp("/c", 1), -1);
     EXPECT_EQ(fake.calls, (Texts{"execl|/bin/rm|123|-rf|/a b", "execl|/bin/rm|59|-rf|-x", "execl|/bin/rm|123|-rf|/c"}));
     EXPECT_EQ(fake.messages, Texts{"file: Failed to remove path [/c]"});
@@ -103,8 +103,8 @@ TEST_F(FileTest, ChecksAUserQuota) {
     for (const auto& each : cases) {
         SCOPED_TRACE(each.name);
         fake = FakePlatform();
-        fake.groupResult = each.group;
-        fake.answer = each.answer;
+        fake.results["group"] = each.group;
+        fake.results["exec"] = each.answer;
         EXPECT_EQ(VEXODLQuotaCheck(4294967295U, "/t", 5000000000ULL), each.result);
         EXPECT_EQ(fake.calls, each.calls);
         EXPECT_EQ(fake.messages, Texts());
