@@ -10,15 +10,9 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <tuple>
 
 namespace {
-
-struct Input {
-    Json::Value reply;
-    Json::Value rows;
-    std::string helperOutput;
-    int failingCall = -1;
-};
 
 std::string takeText(std::string& rest) {
     const std::string separator = "\n%%\n";
@@ -28,13 +22,16 @@ std::string takeText(std::string& rest) {
     return text;
 }
 
-Input split(std::string text) {
-    Input input;
-    jsonAccess::parse(takeText(text), input.reply);
-    jsonAccess::parse(takeText(text), input.rows);
-    input.helperOutput = takeText(text);
-    input.failingCall = text.empty() ? -1 : std::atoi(takeText(text).c_str());
-    return input;
+/// The neighbours that answer so.
+FakePlatform split(std::string text) {
+    static const Sandbox sandbox;
+    FakePlatform platform;
+    platform.downloadLink = sandbox.root;
+    jsonAccess::parse(takeText(text), platform.reply);
+    jsonAccess::parse(takeText(text), platform.stored["data"]);
+    platform.helperOutput = takeText(text);
+    platform.failingCall = text.empty() ? -1 : std::atoi(text.c_str());
+    return platform;
 }
 
 void require(bool holds) {
@@ -43,46 +40,26 @@ void require(bool holds) {
     }
 }
 
-struct Results {
-    int count;
-    int made;
-    std::size_t rows;
-};
-
-Results run(const Input& input, const std::string& downloadLink, bool debug) {
-    fake = FakePlatform();
-    fake.downloadLink = downloadLink;
-    fake.reply = input.reply;
-    fake.stored["data"] = input.rows;
-    fake.helperOutput = input.helperOutput;
-    fake.failingCall = input.failingCall;
+/// @return the count, the result of the run, and how many rows there are after it.
+std::tuple<int, int, Json::ArrayIndex> run(const FakePlatform& platform, bool debug) {
+    fake = platform;
     ThumbnailGenerator generator(12, debug);
-    Results results = {};
-    results.count = generator.getTotalThumbnailNumber();
-    require(results.count >= -1 && results.count <= 30);
-    require(debug || fake.messages.empty());
+    const int count = generator.getTotalThumbnailNumber();
+    require(count >= -1 && count <= 30);
     const Json::Value fetched = generator.taskFiles;
-    const Json::Value& torrents = jsonAccess::member(jsonAccess::member(input.reply, "arguments"), "torrents");
-    require(results.count < 0 || fetched == jsonAccess::element(torrents, 0));
-    if (!fake.stored["data"].isArray()) {
-        fake.stored["data"] = Json::Value(); // the fake could not append to it
-    }
-    const std::size_t before = fake.stored["data"].size();
-    results.made = generator.generate();
-    require(results.made == -1 || results.made == 0);
+    const Json::Value& torrents = jsonAccess::member(jsonAccess::member(platform.reply, "arguments"), "torrents");
+    require(count < 0 || fetched == jsonAccess::element(torrents, 0));
+    const int made = generator.generate();
+    require(made == -1 || made == 0);
     require(generator.taskFiles == fetched || fetched.isNull());
-    results.rows = fake.stored["data"].size() - before;
-    require(results.rows <= 30);
-    return results;
+    require(debug || fake.messages.empty());
+    return {count, made, fake.stored["data"].size()};
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const Sandbox sandbox;
-    const Input input = split(std::string(reinterpret_cast<const char*>(data), size));
-    const Results loud = run(input, sandbox.root, true);
-    const Results quiet = run(input, sandbox.root, false);
-    require(loud.count == quiet.count && loud.made == quiet.made && loud.rows == quiet.rows);
+    const FakePlatform platform = split(std::string(reinterpret_cast<const char*>(data), size));
+    require(run(platform, true) == run(platform, false));
     return 0;
 }

@@ -78,8 +78,9 @@ int DownloadThumbnailDBGetByTaskId(int taskId, Json::Value* reply) {
 
 int DownloadThumbnailDBCreate(Json::Value* row) {
     const int result = fake.take("insert|" + compact(*row));
-    if (result >= 0) {
-        fake.stored["data"].append(*row);
+    Json::Value& rows = fake.stored["data"];
+    if (result >= 0 && (rows.isNull() || rows.isArray())) {
+        rows.append(*row);
     }
     return result;
 }

@@ -16,7 +16,7 @@ struct FakePlatform {
     std::map<std::string, int> results = {{"exec", 1}}; ///< by operation, the first word of its calls; 0 otherwise
     int failingCall = -1;                               ///< so many calls go as scripted, then one gives -1
     Json::Value reply;                                  ///< of the engine
-    Json::Value stored;                                 ///< reply of the database; an insert adds to its "data"
+    Json::Value stored; ///< reply of the database; an insert adds to its "data", a list or null
     std::string helperOutput = R"({"duration": 12})";
     std::string picture = "a JPEG"; ///< what ffmpeg and convert-thumb write
     std::string downloadLink;       ///< target of /var/services/download
