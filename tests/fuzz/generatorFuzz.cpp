@@ -25,8 +25,7 @@ std::string takeText(std::string& rest) {
 /// The neighbours that answer so.
 FakePlatform split(std::string text) {
     static const Sandbox sandbox;
-    FakePlatform platform;
-    platform.downloadLink = sandbox.root;
+    FakePlatform platform = {sandbox.root};
     jsonAccess::parse(takeText(text), platform.reply);
     jsonAccess::parse(takeText(text), platform.stored["data"]);
     platform.helperOutput = takeText(text);

@@ -13,19 +13,19 @@
 /// its definitions win over those of the libraries.
 struct FakePlatform {
     // Answers.
+    std::string downloadLink = {};                      ///< target of /var/services/download
     std::map<std::string, int> results = {{"exec", 1}}; ///< by operation, the first word of its calls; 0 otherwise
     int failingCall = -1;                               ///< so many calls go as scripted, then one gives -1
-    Json::Value reply;                                  ///< of the engine
-    Json::Value stored; ///< reply of the database; an insert adds to its "data", a list or null
+    Json::Value reply = {};                             ///< of the engine
+    Json::Value stored = {}; ///< reply of the database; an insert adds to its "data", a list or null
     std::string helperOutput = R"({"duration": 12})";
     std::string picture = "a JPEG"; ///< what ffmpeg and convert-thumb write
-    std::string downloadLink;       ///< target of /var/services/download
     long availableBlocks = 1000000; ///< of every file system
     long blockSize = 4096;
 
     // Questions.
-    std::vector<std::string> calls;    ///< operation and arguments, separated by '|'
-    std::vector<std::string> messages; ///< system log, "source: text", the line number left out
+    std::vector<std::string> calls = {};    ///< operation and arguments, separated by '|'
+    std::vector<std::string> messages = {}; ///< system log, "source: text", the line number left out
 
     /// Notes a call. @return its scripted result.
     int take(const std::string& call);

@@ -17,23 +17,19 @@ class FileTest : public testing::Test {
 protected:
     Sandbox sandbox_;
     const std::string& directory_ = sandbox_.root;
-    const std::string volumeQuestion_ =
-        "exec|/usr/vexo/bin/vexofstool|--check-volume-writable|" + directory_ + "|(null)|(null)";
 
-    void SetUp() override {
-        fake = FakePlatform();
-        fake.downloadLink = directory_;
-    }
+    FileTest() { fake = {directory_}; }
 };
 
 } // namespace
 
 TEST_F(FileTest, FindsTheTmpDownloadDirectory) {
     const std::string file = sandbox_.write("file", "");
+    const Texts question = {"exec|/usr/vexo/bin/vexofstool|--check-volume-writable|" + directory_ + "|(null)|(null)"};
     const struct { const char* name; std::string target; int spare; int answer; int result; Texts calls; } cases[] = {
-                 {"writable", directory_, 1, 1, 0, {volumeQuestion_}},
-                 {"not writable", directory_, 100, 0, -1, {volumeQuestion_}},
-                 {"answer that is no yes", directory_, 100, 2, -1, {volumeQuestion_}},
+                 {"writable", directory_, 1, 1, 0, question},
+                 {"not writable", directory_, 100, 0, -1, question},
+                 {"answer that is no yes", directory_, 100, 2, -1, question},
                  {"no room for the terminator", directory_, 0, 1, -1, {}},
                  {"cut", directory_, -1, 1, -1, {}},
                  {"a file", file, 100, 1, -1, {}},
@@ -41,22 +37,20 @@ TEST_F(FileTest, FindsTheTmpDownloadDirectory) {
                  {"no link", "", 100, 1, -1, {}}};
     for (const auto& each : cases) {
         SCOPED_TRACE(each.name);
-        fake = FakePlatform();
-        fake.downloadLink = each.target;
+        fake = {each.target};
         fake.results["exec"] = each.answer;
-        std::vector<char> buffer(each.target.size() + 101, 'x');
         const std::size_t size = each.target.size() + static_cast<std::size_t>(each.spare);
+        std::string buffer(size + 1, 'x');
+        std::string expected = each.target.substr(0, size - 1);
+        expected.resize(size);
         EXPECT_EQ(GetTmpDownloadDir(buffer.data(), static_cast<int>(size)), each.result);
+        EXPECT_EQ(buffer, expected + 'x');
         EXPECT_EQ(fake.calls, each.calls);
         EXPECT_EQ(fake.messages, Texts());
-        EXPECT_EQ(buffer.at(size), 'x');
-        EXPECT_EQ(buffer.at(size - 1), '\0');
-        EXPECT_EQ(std::string(buffer.data()), each.target.substr(0, each.spare > 0 ? std::string::npos : size - 1));
     }
-    char buffer[8] = {};
-    EXPECT_EQ(GetTmpDownloadDir(buffer, 0), -1);
-    EXPECT_EQ(fake.messages, Texts());
-    EXPECT_EQ(GetTmpDownloadDir(buffer, -1), -1);
+    char none = 0;
+    EXPECT_EQ(GetTmpDownloadDir(&none, 0), -1);
+    EXPECT_EQ(GetTmpDownloadDir(&none, -1), -1);
     EXPECT_EQ(GetTmpDownloadDir(nullptr, 8), -1);
     EXPECT_EQ(fake.messages, (Texts{"file: Bad parameters", "file: Bad parameters"}));
 }
@@ -102,7 +96,7 @@ TEST_F(FileTest, ChecksAUserQuota) {
                  {"the tool failed", 0, -1, -1, {"group|4294967295|1", question}}};
     for (const auto& each : cases) {
         SCOPED_TRACE(each.name);
-        fake = FakePlatform();
+        fake = {};
         fake.results["group"] = each.group;
         fake.results["exec"] = each.answer;
         EXPECT_EQ(VEXODLQuotaCheck(4294967295U, "/t", 5000000000ULL), each.result);

@@ -79,8 +79,7 @@ protected:
     GeneratorTest() { reset(); }
 
     void reset() {
-        fake = FakePlatform();
-        fake.downloadLink = directory_;
+        fake = {directory_};
         report(kSomeTask);
         indices_ = {7};
     }
@@ -326,7 +325,7 @@ TEST_F(GeneratorTest, MakesOneThumbnail) {
            {"an empty picture", SET(fake.picture.clear()), photo, -1, "Not a valid thumbnail image"}});
     EXPECT_FALSE(std::filesystem::exists(work + "/1_0.jpeg"));
 
-    for (const char* length : {"null", "\"9\"", "0", "-5", "4294967297"}) {
+    for (const char* length : {"null", "\"9\"", "0", "-5", "4294967297", "9.5", "true"}) {
         check({{length, duration(length), video, -1, "Duration is invalid"}});
     }
     // The paths are those of the generator's task.
