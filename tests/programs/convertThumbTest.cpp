@@ -1,69 +1,50 @@
 #include "tests/programs/programRun.h"
 
-#include <gtest/gtest.h>
-
-#include <sys/resource.h>
-
 #include <csignal>
 #include <thread>
 
-// clang-format off: cases stand side by side
+// Cases stand side by side.
+// clang-format off
 
 namespace {
 
-namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-using namespace std::string_literals;
 
 std::vector<std::string> commandLine(const std::string& source, const std::string& target) {
     return {"/usr/vexo/bin/convert-thumb", source, "-thumbnail", "1024x1024>", "-quality", "90", "-strip", "-flatten",
             "-colorspace", "sRGB", target};
 }
 
-/// A task with an empty folder of pictures. The samples lie in the working directory, outside of it: sample.jpg is red
-/// in its upper left quarter and white elsewhere.
-class ConvertThumb : public testing::Test {
-protected:
+/// What identify tells of a picture.
+std::string identified(const std::string& bytes, const char* format = "%m %wx%h") {
+    writeFile("taken.jpeg", bytes);
+    return runProgram({"identify", "-format", format, "taken.jpeg"}).output;
+}
+
+/// The samples lie in the working directory, outside of the task: sample.jpg is red in its upper left quarter and white
+/// elsewhere.
+struct ConvertThumb : PictureTest {
     static void SetUpTestSuite() {
         shell("convert -size 60x40 xc:white -fill red -draw 'rectangle 0,0 29,19' -quality 95 sample.jpg");
         shell("convert sample.jpg -scale 6000x4000 -interlace JPEG slow.jpg");
     }
-    void SetUp() override { fs::create_directories(pictures); }
-    void TearDown() override { fs::remove_all("/srv/download/7"); }
 
-    ProgramRun run(const std::string& name) { return runProgram(commandLine(task / name, picture)); }
+    std::string madeOf(const std::string& name) { return made(commandLine(task / name, picture)); }
 
-    /// Makes the picture of a file with these bytes.
-    ProgramRun runOn(const std::string& bytes) {
+    /// The picture of a file with these bytes.
+    std::string madeOfBytes(const std::string& bytes) {
         writeFile(task / "photo.jpg", bytes);
-        return run("photo.jpg");
+        return madeOf("photo.jpg");
     }
-
-    /// What identify tells of the picture; the picture is then removed, and must have been the only file there.
-    std::string takePicture(const char* format = "%m %wx%h") {
-        const ProgramRun identify = runProgram({"identify", "-format", format, picture});
-        fs::remove(picture);
-        EXPECT_TRUE(fs::is_empty(pictures));
-        return identify.status == 0 ? identify.output : "none";
-    }
-
-    fs::path task = "/srv/download/7";
-    fs::path pictures = task / "vexodlthumbnail";
-    fs::path picture = pictures / "3_0.jpeg";
 };
 
 TEST_F(ConvertThumb, takesEveryNameAsANameOnly) {
     for (const std::string& name :
          {"x [1].jpg"s, "[ab]*.jpg"s, "q?{1,2}.jpg"s, "p%d.jpg"s, "100%.jpg"s, "@x.jpg"s, "msl:x.jpg"s, "c.jpg:d"s,
-          "-rf"s, "a'\"\n b\\.jpg"s, "\xff\xfe.jpg"s, std::string(255, 'n'), "in a folder/x[0].jpg"s, "link.jpg"s}) {
+          "-rf"s, "a'\"\n b\\.jpg"s, "\xff\xfe.jpg"s, std::string(255, 'n'), "in a folder/x[0].jpg"s}) {
         fs::create_directories((task / name).parent_path());
-        if (name == "link.jpg") {
-            fs::create_symlink("in a folder/x[0].jpg", task / name);
-        } else {
-            fs::copy_file("sample.jpg", task / name);
-        }
-        EXPECT_EQ(run(name).errors, "") << name;
-        EXPECT_EQ(takePicture(), "JPEG 60x40") << name;
+        fs::copy_file("sample.jpg", task / name);
+        EXPECT_EQ(identified(madeOf(name)), "JPEG 60x40") << name;
     }
 }
 
@@ -77,8 +58,7 @@ TEST_F(ConvertThumb, decodesTheListedFormats) {
              {"moving.webp", "-size 60x40 xc:blue", "60x40 1 0"}, {"a.webp", "-define webp:lossless=true", "60x40 1 0"},
              {"a.bmp", "", "60x40 1 0"}, {"a.heic", "", "60x40 1 0"}, {"a.avif", "", "60x40 1 0"}}) {
         shell("convert sample.jpg "s + c.options + " download/7/" + c.name);
-        EXPECT_EQ(run(c.name).errors, "") << c.name;
-        EXPECT_EQ(takePicture("%wx%h %[fx:u.p{w/4,h/4}.r>.8] %[fx:u.p{w/4,h/4}.g>.8]"), c.picture) << c.name;
+        EXPECT_EQ(identified(madeOf(c.name), "%wx%h %[fx:u.p{w/4,h/4}.r>.8] %[fx:u.p{w/4,h/4}.g>.8]"), c.picture) << c.name;
     }
 }
 
@@ -89,8 +69,8 @@ TEST_F(ConvertThumb, turnsThePictureUpright) {
         ++orientation;
         shell("convert sample.jpg "s + stored + " -strip stored.jpg");
         const std::string tag = "\xff\xe1\0\x22""Exif\0\0II*\0\x08\0\0\0\1\0\x12\1\3\0\1\0\0\0"s + orientation + "\0\0\0\0\0\0\0"s;
-        EXPECT_EQ(runOn(readFile("stored.jpg").insert(2, tag)).errors, "") << int{orientation};
-        EXPECT_EQ(takePicture("%wx%h %[fx:u.p{15,10}.g<.2 && u.p{45,10}.g>.8 && u.p{15,30}.g>.8] %[EXIF:*]"), "60x40 1 ");
+        EXPECT_EQ(identified(madeOfBytes(readFile("stored.jpg").insert(2, tag)),
+                             "%wx%h %[fx:u.p{15,10}.g<.2 && u.p{45,10}.g>.8 && u.p{15,30}.g>.8] %[EXIF:*]"), "60x40 1 ") << stored;
     }
 }
 
@@ -102,14 +82,13 @@ TEST_F(ConvertThumb, showsAPhotoCutShortWholeOrNotAtAll) {
              {"webp", false}, {"heic", false}}) {
         shell("convert -size 200x150 plasma:red-blue " + coder + ":whole");
         const std::string bytes = readFile("whole");
-        EXPECT_EQ(runOn(bytes).errors, "") << coder;
-        const std::string whole = readFile(picture);
+        const std::string whole = madeOfBytes(bytes);
+        EXPECT_NE(whole, "") << coder;
         for (std::size_t length = 0; length < bytes.size(); length += bytes.size() / 20) {
             std::string cut = bytes.substr(0, length);
             cut.resize(hasEndMark && length % 2 == 0 ? bytes.size() : length);
-            fs::remove(picture);
-            const int status = runOn(cut).status;
-            EXPECT_EQ(readFile(picture), status == 0 ? whole : "") << coder << " at " << length;
+            const std::string shown = madeOfBytes(cut);
+            EXPECT_TRUE(shown.empty() || shown == whole) << coder << " at " << length;
         }
     }
 }
@@ -127,10 +106,8 @@ TEST_F(ConvertThumb, readsNothingThatAPhotoNames) {
           "#!/bin/sh\ntouch /srv/W.png\n"s, "P6 99 99 255\n"s + std::string(29403, 'x'),
           "id=ImageMagick\ncolumns=99 rows=99\n\f\n:\x1a"s, ""s, std::string(5000, '\0'), "\xff\xd8\xff<svg/>"s,
           "GIF89a/srv/x"s}) {
-        const ProgramRun result = runOn(bytes);
-        EXPECT_EQ(result.status, 1) << bytes;
-        EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
-        EXPECT_EQ(takePicture(), "none") << bytes;
+        EXPECT_EQ(madeOfBytes(bytes), "") << bytes;
+        EXPECT_EQ(run.status, 1) << bytes;
         EXPECT_FALSE(fs::exists("/srv/W.png")) << bytes;
     }
 }
@@ -139,75 +116,63 @@ TEST_F(ConvertThumb, failsOnABombInLittleMemory) {
     struct Case { const char* file; std::string before; std::string size; int status; const char* limit; };
     shell("convert sample.jpg bomb.gif && convert sample.jpg BMP3:bomb.bmp && cp sample.jpg bomb.jpg");
     for (const Case& c : std::vector<Case>{
-                          {"bomb.gif", ",\0\0\0\0"s, "\x50\xc3\x50\xc3"s, 1, "MemoryAllocationFailed"},
-                           {"bomb.bmp", "(\0\0\0"s, "\x50\xc3\0\0\x50\xc3\0\0"s, 1, "WidthOrHeightExceedsLimit"},
-                           {"bomb.jpg", "\xff\xc0\0\x11\x08"s, "\xc3\x50\xc3\x50"s, 6, "400 million pixels"}}) {
+             {"bomb.gif", ",\0\0\0\0"s, "\x50\xc3\x50\xc3"s, 1, "MemoryAllocationFailed"},
+             {"bomb.bmp", "(\0\0\0"s, "\x50\xc3\0\0\x50\xc3\0\0"s, 1, "WidthOrHeightExceedsLimit"},
+             {"bomb.jpg", "\xff\xc0\0\x11\x08"s, "\xc3\x50\xc3\x50"s, 6, "400 million pixels"}}) {
         std::string bytes = readFile(c.file);
         bytes.replace(bytes.find(c.before) + c.before.size(), c.size.size(), c.size);
-        const ProgramRun result = runOn(bytes);
-        EXPECT_EQ(result.status, c.status) << c.file << result.errors;
-        EXPECT_NE(result.errors.find(c.limit), std::string::npos) << c.file << result.errors;
-        EXPECT_LT(result.peakBytes, 512L << 20) << c.file;
+        EXPECT_EQ(madeOfBytes(bytes), "") << c.file;
+        EXPECT_EQ(run.status, c.status) << c.file << run.errors;
+        EXPECT_NE(run.errors.find(c.limit), std::string::npos) << c.file << run.errors;
+        EXPECT_LT(run.peakBytes, 512L << 20) << c.file;
     }
 }
 
 TEST_F(ConvertThumb, tellsByItsExitStatusWhatFailed) {
     shell("mkdir -p download/8/pictures && cp sample.jpg download/8/a.jpg && cp sample.jpg download/7/a.jpg && cd "
-          "download/7 && "
-          "mkdir folder && mkfifo fifo && ln -s ../8/a.jpg out.jpg && ln -s /srv/download/8 outer && "
-          "ln -s ../8/pictures linked && ln -s vexodlthumbnail inner");
-    struct Case { const char* source; const char* target; int status; };
+          "download/7 && mkdir folder && mkfifo fifo && ln -s a.jpg in.jpg && ln -s ../8/a.jpg out.jpg && "
+          "ln -s /srv/download/8 outer && ln -s ../8/pictures linked && ln -s vexodlthumbnail inner");
+    struct Case { const char* source; const char* folder; int status; };
     for (const Case& c : std::vector<Case>{
-             {"7/no\nsuch\x1b\xff", "7/vexodlthumbnail/1.jpeg", 3}, {"7/fifo", "7/vexodlthumbnail/1.jpeg", 3},
-             {"7/folder", "7/vexodlthumbnail/1.jpeg", 3}, {"7/out.jpg", "7/vexodlthumbnail/1.jpeg", 3},
-             {"7/outer/a.jpg", "7/vexodlthumbnail/1.jpeg", 3}, {"7/../8/a.jpg", "7/vexodlthumbnail/1.jpeg", 3},
-             {"8/a.jpg", "7/vexodlthumbnail/1.jpeg", 3}, {"7/a.jpg", "7/none/1.jpeg", 4},
-             {"7/a.jpg", "7/linked/1.jpeg", 4}, {"7/a.jpg", "7/inner/1.jpeg", 4}}) {
-        const ProgramRun result = runProgram(commandLine("/srv/download/"s + c.source, "/srv/download/"s + c.target));
-        EXPECT_EQ(result.status, c.status) << c.source << " to " << c.target << result.errors;
-        EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
-        EXPECT_EQ(result.errors.find('\x1b'), std::string::npos);
-        EXPECT_TRUE(fs::is_empty(pictures) && fs::is_empty("/srv/download/8/pictures")) << c.source;
+             {"7/in.jpg", "vexodlthumbnail", 0}, {"7/no\nsuch\x1b\xff", "vexodlthumbnail", 3},
+             {"7/fifo", "vexodlthumbnail", 3}, {"7/folder", "vexodlthumbnail", 3}, {"7/out.jpg", "vexodlthumbnail", 3},
+             {"7/outer/a.jpg", "vexodlthumbnail", 3}, {"7/../8/a.jpg", "vexodlthumbnail", 3},
+             {"8/a.jpg", "vexodlthumbnail", 3}, {"7/a.jpg", "none", 4}, {"7/a.jpg", "linked", 4}, {"7/a.jpg", "inner", 4}}) {
+        made(commandLine("/srv/download/"s + c.source, task / c.folder / "3_0.jpeg"));
+        EXPECT_EQ(run.status, c.status) << c.source << " to " << c.folder << run.errors;
+        EXPECT_EQ(run.errors.find('\x1b'), std::string::npos);
+        EXPECT_TRUE(fs::is_empty("/srv/download/8/pictures")) << c.source;
     }
 }
 
 TEST_F(ConvertThumb, wantsItsCommandLineAndItsSandbox) {
-    const std::vector<std::string> whole = commandLine("sample.jpg", "1.jpeg");
-    for (std::size_t i = 1; i < whole.size(); ++i) {
-        std::vector<std::string> other = whole;
-        other[i] += "x"; // of the names, too: a picture wants a folder of its task
-        EXPECT_EQ(runProgram(other).status, 2) << i;
-    }
     fs::copy_file("sample.jpg", task / "a.jpg");
+    const std::vector<std::string> right = commandLine(task / "a.jpg", picture);
+    expectNoOther(right);
+    EXPECT_EQ(runProgram(commandLine(task / "a.jpg", "1.jpeg")).status, 2); // a picture wants a folder of its task
     std::vector<std::string> caged = {"bwrap", "--dev-bind", "/", "/", "--unshare-user", "--disable-userns"};
-    for (const std::string& argument : commandLine(task / "a.jpg", picture)) {
-        caged.push_back(argument);
-    }
-    EXPECT_EQ(runProgram(caged).status, 5);
-    EXPECT_EQ(takePicture(), "none");
+    caged.insert(caged.end(), right.begin(), right.end());
+    EXPECT_EQ(made(caged), "");
+    EXPECT_EQ(run.status, 5);
 }
 
 bool decoderRuns() { return runProgram({"pidof", "convert-im6.q16"}).status == 0; }
 
 TEST_F(ConvertThumb, leavesNothingBehindWhenItIsKilled) {
     fs::copy_file("slow.jpg", task / "slow.jpg");
-    const std::string sample = readFile("sample.jpg");
     for (const int signal : {SIGTERM, SIGKILL}) {
         const pid_t pid = startProgram(commandLine(task / "slow.jpg", picture));
         while (!decoderRuns()) {
             ASSERT_EQ(waitpid(pid, nullptr, WNOHANG), 0);
         }
         kill(pid, signal);
-        int status = 0;
-        waitpid(pid, &status, 0);
-        EXPECT_EQ(exitStatus(status), 128 + signal);
+        EXPECT_EQ(awaitProgram(pid).status, 128 + signal);
         for (int wait = 0; wait < 500 && decoderRuns(); ++wait) {
             std::this_thread::sleep_for(10ms);
         }
         EXPECT_FALSE(decoderRuns());
         EXPECT_EQ(fs::is_empty(pictures), signal == SIGTERM);
-        EXPECT_EQ(runOn(sample).errors, "");
-        EXPECT_EQ(takePicture(), "JPEG 60x40");
+        EXPECT_EQ(identified(madeOfBytes(readFile("sample.jpg"))), "JPEG 60x40");
     }
 }
 

@@ -1,8 +1,7 @@
 #include "tests/programs/programRun.h"
 
-#include <gtest/gtest.h>
-
-// clang-format off: cases stand side by side
+// Cases stand side by side.
+// clang-format off
 
 namespace {
 

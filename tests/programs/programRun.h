@@ -1,9 +1,12 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +14,9 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
 
 /// How a program ended and what it printed on both its outputs.
 struct ProgramRun {
@@ -20,19 +26,18 @@ struct ProgramRun {
     long peakBytes; ///< the most memory that it or a process of it had
 };
 
-inline std::string readFile(const std::filesystem::path& path) {
+inline std::string readFile(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-inline void writeFile(const std::filesystem::path& path, const std::string& bytes) {
+inline void writeFile(const fs::path& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
 /// Starts a program; no shell. What it prints goes to the files program.output and program.errors.
 inline pid_t startProgram(std::vector<std::string> argv) {
     std::vector<char*> pointers;
-    pointers.reserve(argv.size() + 1);
     for (std::string& argument : argv) {
         pointers.push_back(argument.data());
     }
@@ -48,16 +53,17 @@ inline pid_t startProgram(std::vector<std::string> argv) {
     return pid;
 }
 
-inline int exitStatus(int status) {
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-/// Runs a program to its end.
-inline ProgramRun runProgram(std::vector<std::string> argv) {
+/// Waits for the end of a program.
+inline ProgramRun awaitProgram(pid_t pid) {
     int status = 0;
     rusage usage = {};
-    wait4(startProgram(std::move(argv)), &status, 0, &usage);
-    return {exitStatus(status), readFile("program.output"), readFile("program.errors"), usage.ru_maxrss * 1024};
+    wait4(pid, &status, 0, &usage);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), readFile("program.output"),
+            readFile("program.errors"), usage.ru_maxrss * 1024};
+}
+
+inline ProgramRun runProgram(std::vector<std::string> argv) {
+    return awaitProgram(startProgram(std::move(argv)));
 }
 
 /// Runs a shell command that prepares a sample; throws when it fails.
@@ -67,3 +73,38 @@ inline void shell(const std::string& command) {
         throw std::runtime_error(command + ": " + run.errors);
     }
 }
+
+/// A task with an empty folder of pictures.
+struct PictureTest : testing::Test {
+    PictureTest() { fs::create_directories(pictures); }
+    ~PictureTest() override { fs::remove_all(task); }
+
+    /// Runs a program that makes the picture. Only with success is there one, and nothing said.
+    /// @return the picture, which is then removed; empty when there is none.
+    std::string made(const std::vector<std::string>& argv) {
+        run = runProgram(argv);
+        std::string bytes = readFile(picture);
+        EXPECT_EQ(fs::remove(picture), run.status == 0) << run.errors;
+        EXPECT_TRUE(fs::is_empty(pictures));
+        EXPECT_EQ(std::count(run.errors.begin(), run.errors.end(), '\n'), run.status == 0 ? 0 : 1) << run.errors;
+        return bytes;
+    }
+
+    /// Expects that the program takes this command line with no word changed but the paths, and none left out.
+    static void expectNoOther(std::vector<std::string> argv) {
+        for (std::string& word : argv) {
+            if (word.front() != '/') {
+                word += 'x';
+                EXPECT_EQ(runProgram(argv).status, 2) << word;
+                word.pop_back();
+            }
+        }
+        argv.pop_back();
+        EXPECT_EQ(runProgram(argv).status, 2);
+    }
+
+    const fs::path task = "/srv/download/7";
+    const fs::path pictures = task / "vexodlthumbnail";
+    const fs::path picture = pictures / "3_0.jpeg";
+    ProgramRun run = {};
+};

@@ -1,7 +1,5 @@
 #include "tests/programs/programRun.h"
 
-#include <gtest/gtest.h>
-
 namespace {
 
 constexpr const char* kVolumeTool = "/usr/vexo/bin/vexofstool";
