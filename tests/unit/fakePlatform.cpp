@@ -26,8 +26,10 @@
 
 FakePlatform fake;
 
+void append(std::string& list, const std::string& text) { list += (list.empty() ? "" : ";") + text; }
+
 int FakePlatform::take(const std::string& call) {
-    calls.push_back(call);
+    append(calls, call);
     return failingCall-- == 0 ? -1 : results[call.substr(0, call.find('|'))];
 }
 
@@ -60,7 +62,7 @@ std::string joined(Names arguments) {
 
 /// Notes a test of a name, which cannot fail. @return 1 when the name is one of those accepted.
 int judge(const std::string& test, const std::string& name, Names accepted) {
-    fake.calls.push_back(test + "|" + name);
+    append(fake.calls, test + "|" + name);
     return std::count(accepted.begin(), accepted.end(), name) != 0 ? 1 : 0;
 }
 
@@ -166,8 +168,10 @@ __attribute__((visibility("default"))) void syslog(int priority, const char* for
     std::string message = line;
     const std::size_t colon = message.find(':') + 1;
     const std::size_t digits = std::strspn(message.c_str() + colon, "0123456789");
-    message.replace(colon, digits, digits > 0 ? "" : "(no line)");
-    fake.messages.push_back((priority == LOG_ERR ? "" : "priority " + std::to_string(priority) + " ") + message);
+    message.replace(colon, digits, digits > 0 ? "N" : "no line");
+    const std::string own = "thumbnailGenerator:N ";
+    message.erase(0, message.rfind(own, 0) == 0 ? own.size() : 0);
+    append(fake.messages, (priority == LOG_ERR ? "" : "low ") + message);
 }
 
 __attribute__((visibility("default"))) ssize_t readlink(const char* path, char* buffer, size_t size) {

@@ -5,7 +5,6 @@
 
 #include <map>
 #include <string>
-#include <vector>
 
 /// The neighbours of the library, scripted: what they answer, and what they were asked.
 ///
@@ -24,8 +23,8 @@ struct FakePlatform {
     long blockSize = 4096;
 
     // Questions.
-    std::vector<std::string> calls = {};    ///< operation and arguments, separated by '|'
-    std::vector<std::string> messages = {}; ///< system log, "source: text", the line number left out
+    std::string calls = {};    ///< each an operation and its arguments, behind a '|' each; separated by ';'
+    std::string messages = {}; ///< system log: the class's texts alone, of others "source:N text"; separated by ';'
 
     /// Notes a call. @return its scripted result.
     int take(const std::string& call);

@@ -11,8 +11,6 @@
 
 namespace {
 
-using Texts = std::vector<std::string>;
-
 class FileTest : public testing::Test {
 protected:
     Sandbox sandbox_;
@@ -25,16 +23,16 @@ protected:
 
 TEST_F(FileTest, FindsTheTmpDownloadDirectory) {
     const std::string file = sandbox_.write("file", "");
-    const Texts question = {"exec|/usr/vexo/bin/vexofstool|--check-volume-writable|" + directory_ + "|(null)|(null)"};
-    const struct { const char* name; std::string target; int spare; int answer; int result; Texts calls; } cases[] = {
+    const std::string question = "exec|/usr/vexo/bin/vexofstool|--check-volume-writable|" + directory_ + "|(null)|(null)";
+    const struct { const char* name; std::string target; int spare; int answer; int result; std::string calls; } cases[] = {
                  {"writable", directory_, 1, 1, 0, question},
                  {"not writable", directory_, 100, 0, -1, question},
                  {"answer that is no yes", directory_, 100, 2, -1, question},
-                 {"no room for the terminator", directory_, 0, 1, -1, {}},
-                 {"cut", directory_, -1, 1, -1, {}},
-                 {"a file", file, 100, 1, -1, {}},
-                 {"nothing there", directory_ + "/none", 100, 1, -1, {}},
-                 {"no link", "", 100, 1, -1, {}}};
+                 {"no room for the terminator", directory_, 0, 1, -1, ""},
+                 {"cut", directory_, -1, 1, -1, ""},
+                 {"a file", file, 100, 1, -1, ""},
+                 {"nothing there", directory_ + "/none", 100, 1, -1, ""},
+                 {"no link", "", 100, 1, -1, ""}};
     for (const auto& each : cases) {
         SCOPED_TRACE(each.name);
         fake = {each.target};
@@ -46,13 +44,13 @@ TEST_F(FileTest, FindsTheTmpDownloadDirectory) {
         EXPECT_EQ(GetTmpDownloadDir(buffer.data(), static_cast<int>(size)), each.result);
         EXPECT_EQ(buffer, expected + 'x');
         EXPECT_EQ(fake.calls, each.calls);
-        EXPECT_EQ(fake.messages, Texts());
+        EXPECT_EQ(fake.messages, "");
     }
     char none = 0;
     EXPECT_EQ(GetTmpDownloadDir(&none, 0), -1);
     EXPECT_EQ(GetTmpDownloadDir(&none, -1), -1);
     EXPECT_EQ(GetTmpDownloadDir(nullptr, 8), -1);
-    EXPECT_EQ(fake.messages, (Texts{"file: Bad parameters", "file: Bad parameters"}));
+    EXPECT_EQ(fake.messages, "file:N Bad parameters;file:N Bad parameters");
 }
 
 TEST_F(FileTest, ChecksTheSpaceOfItsVolume) {
@@ -67,13 +65,12 @@ TEST_F(FileTest, ChecksTheSpaceOfItsVolume) {
         fake.blockSize = each.blockSize;
         EXPECT_EQ(TmpVolumeSpaceCheck(), each.result);
     }
-    EXPECT_EQ(fake.messages, Texts());
+    EXPECT_EQ(fake.messages, "");
     fake.failingCall = 1;
     EXPECT_EQ(TmpVolumeSpaceCheck(), -1);
     fake.downloadLink = std::string(1024, 'd');
     EXPECT_EQ(TmpVolumeSpaceCheck(), -1);
-    EXPECT_EQ(fake.messages,
-              (Texts{"file: statfs() failed [" + directory_ + "]", "file: Failed to get TmpDownloadDir."}));
+    EXPECT_EQ(fake.messages, "file:N statfs() failed [" + directory_ + "];file:N Failed to get TmpDownloadDir.");
 }
 
 TEST_F(FileTest, RemovesATaskPath) {
@@ -81,19 +78,20 @@ TEST_F(FileTest, RemovesATaskPath) {
     EXPECT_EQ(RemoveTaskTemp("-x", 0), 0);
     fake.results["execl"] = 1;
     EXPECT_EQ(RemoveTaskTemp("/c", 1), -1);
-    EXPECT_EQ(fake.calls, (Texts{"execl|/bin/rm|123|-rf|/a b", "execl|/bin/rm|59|-rf|-x", "execl|/bin/rm|123|-rf|/c"}));
-    EXPECT_EQ(fake.messages, Texts{"file: Failed to remove path [/c]"});
+    EXPECT_EQ(fake.calls, "execl|/bin/rm|123|-rf|/a b;execl|/bin/rm|59|-rf|-x;execl|/bin/rm|123|-rf|/c");
+    EXPECT_EQ(fake.messages, "file:N Failed to remove path [/c]");
 }
 
 TEST_F(FileTest, ChecksAUserQuota) {
-    const std::string question = "exec|/usr/vexo/sbin/vexouser|--quota_check|4294967295|/t|5000000000";
-    const struct { const char* name; int group; int answer; int result; Texts calls; } cases[] = {
-                 {"administrator", 7, 0, 0, {"group|4294967295|1"}},
-                 {"the group is not known", -1, 1, -1, {"group|4294967295|1"}},
-                 {"another negative result is a yes", -2, 0, 0, {"group|4294967295|1"}},
-                 {"admitted", 0, 1, 0, {"group|4294967295|1", question}},
-                 {"refused", 0, 0, -1, {"group|4294967295|1", question}},
-                 {"the tool failed", 0, -1, -1, {"group|4294967295|1", question}}};
+    const std::string member = "group|4294967295|1";
+    const std::string both = member + ";exec|/usr/vexo/sbin/vexouser|--quota_check|4294967295|/t|5000000000";
+    const struct { const char* name; int group; int answer; int result; std::string calls; } cases[] = {
+                 {"administrator", 7, 0, 0, member},
+                 {"the group is not known", -1, 1, -1, member},
+                 {"another negative result is a yes", -2, 0, 0, member},
+                 {"admitted", 0, 1, 0, both},
+                 {"refused", 0, 0, -1, both},
+                 {"the tool failed", 0, -1, -1, both}};
     for (const auto& each : cases) {
         SCOPED_TRACE(each.name);
         fake = {};
@@ -101,6 +99,6 @@ TEST_F(FileTest, ChecksAUserQuota) {
         fake.results["exec"] = each.answer;
         EXPECT_EQ(VEXODLQuotaCheck(4294967295U, "/t", 5000000000ULL), each.result);
         EXPECT_EQ(fake.calls, each.calls);
-        EXPECT_EQ(fake.messages, Texts());
+        EXPECT_EQ(fake.messages, "");
     }
 }
