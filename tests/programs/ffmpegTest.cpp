@@ -1,6 +1,7 @@
 #include "tests/programs/programRun.h"
 
 #include <cmath>
+#include <map>
 
 // Cases stand side by side.
 // clang-format off
@@ -62,21 +63,19 @@ TEST_F(Ffmpeg, takesTheLastIntraFrameWhereNoneFollows) {
     }
 }
 
-/// Replaces what a film holds from one second to another by what was never downloaded.
-void makeHole(const fs::path& video, double from, double to, bool sparse) {
-    const auto size = static_cast<double>(fs::file_size(video));
-    const auto begin = std::llround(size * from / 15);
-    const auto length = std::min(std::llround(size * to / 15), std::llround(size)) - begin;
-    shell("fallocate " + std::string(sparse ? "-p" : "-z") + " -o " + std::to_string(begin) + " -l " +
-          std::to_string(length) + " " + video.string());
+/// Replaces what a film of 15 seconds holds around one of them by what was never downloaded.
+void makeHole(const fs::path& video, int second, const std::string& option) {
+    const double bytesPerSecond = static_cast<double>(fs::file_size(video)) / 15;
+    shell("fallocate " + option + " -o " + std::to_string(std::llround((second - 0.7) * bytesPerSecond)) + " -l " +
+          std::to_string(std::llround(2 * bytesPerSecond)) + " " + video.string());
 }
 
 TEST_F(Ffmpeg, failsForTheSecondsThatAreNotThereYet) {
-    const auto expectHoles = [&](const std::string& name, const std::string& covered, bool sparse) {
+    const auto expectHoles = [&](const std::string& name, const std::string& covered, const char* option) {
         const fs::path video = sample(name);
         for (std::size_t i = 0; i < kSeconds.size(); ++i) {
             if (covered[i] == 'x') {
-                makeHole(video, kSeconds[i] - 0.7, kSeconds[i] + 1.3, sparse);
+                makeHole(video, kSeconds[i], option);
             }
         }
         for (std::size_t i = 0; i < kSeconds.size(); ++i) {
@@ -87,8 +86,8 @@ TEST_F(Ffmpeg, failsForTheSecondsThatAreNotThereYet) {
     };
     for (const char* covered : {".....", ".x...", "....x", ".x.x.", "xxxxx"}) {
         for (const char* name : {"short.mp4", "clusters.mkv"}) {
-            expectHoles(name, covered, false);
-            expectHoles(name, covered, true);
+            expectHoles(name, covered, "-z");
+            expectHoles(name, covered, "-p"); // sparse
         }
     }
 }
@@ -133,15 +132,14 @@ TEST_F(Ffmpeg, opensNothingThatAFileNames) {
         "<?xml version='1.0'?>\n<MPD xmlns='urn:mpeg:dash:schema:mpd:2011' type='static' mediaPresentationDuration='PT15S'>"
         "<Period><AdaptationSet mimeType='video/mp4'><Representation id='0' bandwidth='1000'>"
         "<BaseURL>/srv/download/7/secret.mp4</BaseURL></Representation></AdaptationSet></Period></MPD>\n";
-    struct Case { const char* name; std::string content; };
-    for (const Case& c : {
-             Case{"HLS", hls}, {"HLS behind ID3", id3 + hls}, {"padded HLS", hls + std::string(1 << 20, '#')},
+    for (const auto& [name, content] : std::map<std::string, std::string>{
+             {"HLS", hls}, {"HLS behind ID3", id3 + hls}, {"padded HLS", hls + std::string(1 << 20, '#')},
              {"ffconcat", concat}, {"ffconcat behind ID3", id3 + concat}, {"DASH", dash}, {"nothing", ""},
              {"zeros", std::string(1 << 20, '\0')},
              {"SDP", "v=0\no=- 0 0 IN IP4 127.0.0.1\nc=IN IP4 127.0.0.1\nm=video 5004 RTP/AVP 96\n"}}) {
-        writeFile(task / "movie.mp4", c.content);
-        EXPECT_EQ(made(task / "movie.mp4", 1), "") << c.name;
-        EXPECT_EQ(run.status, 1) << c.name << run.errors;
+        writeFile(task / "movie.mp4", content);
+        EXPECT_EQ(made(task / "movie.mp4", 1), "") << name;
+        EXPECT_EQ(run.status, 1) << name << run.errors;
     }
 }
 

@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -35,21 +35,16 @@ inline void writeFile(const fs::path& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
-/// Starts a program; no shell. What it prints goes to the files program.output and program.errors.
+/// Starts a program. What it prints goes to the files program.output and program.errors.
 inline pid_t startProgram(std::vector<std::string> argv) {
+    argv.insert(argv.begin(), {"/bin/sh", "-c", R"(exec "$@" >program.output 2>program.errors)", "sh"});
     std::vector<char*> pointers;
     for (std::string& argument : argv) {
         pointers.push_back(argument.data());
     }
     pointers.push_back(nullptr);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        if (std::freopen("program.output", "w", stdout) != nullptr &&
-            std::freopen("program.errors", "w", stderr) != nullptr) {
-            execvp(pointers[0], pointers.data());
-        }
-        _exit(127);
-    }
+    pid_t pid = -1;
+    posix_spawn(&pid, pointers[0], nullptr, nullptr, pointers.data(), environ);
     return pid;
 }
 
