@@ -1,4 +1,8 @@
-// Calls the four C functions and prints their results.
+// Calls the four C functions and prints their results. The C faces of the platform compile as C, too.
+#include <platform/fileSystem.h>
+#include <platform/group.h>
+#include <platform/mediaIndex.h>
+#include <platform/process.h>
 #include <util/file.h>
 
 #include <stdio.h>
