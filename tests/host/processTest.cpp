@@ -1,8 +1,8 @@
 #include "platform/process.h"
 #include "host/childProcess.h"
 #include "platform/processRunner.h"
+#include "tests/host/caller.h"
 #include "tests/host/sandbox.h"
-#include "tests/host/smallStack.h"
 
 #include <cerrno>
 #include <csignal>
@@ -114,18 +114,15 @@ TEST_F(ProcessTest, tellsTheTruthInEveryCaller) {
                              "0\n/dev/null\n/dev/null\n4\nown group\n";
     const char* const defaults = "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n";
     for (unsigned state = 0; state < 2 * reaping; ++state) {
-        const pid_t caller = fork();
-        if (caller == 0) {
+        SCOPED_TRACE(state);
+        EXPECT_TRUE(inProcess([&] {
             enter(state);
             EXPECT_EQ(print(0, "/bin/sh", "-c", look), seen);
             EXPECT_EQ(print(0, "/bin/grep", "^Sig[BI]", "/proc/self/status"), defaults);
             EXPECT_EQ(shell("exit 7"), 7);
             EXPECT_EQ(shell("kill -9 $$"), -ECANCELED);
-            _exit(HasFailure() ? 1 : 0);
-        }
-        int status = -1;
-        waitpid(caller, &status, 0);
-        EXPECT_EQ(status, 0) << "caller's state " << state;
+            return !HasFailure();
+        }));
     }
 }
 

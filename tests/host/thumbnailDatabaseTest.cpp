@@ -1,17 +1,14 @@
 #include "platform/thumbnailDatabase.h"
+#include "tests/host/caller.h"
 #include "tests/host/sandbox.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
-#include <gtest/gtest.h>
-#include <json/writer.h>
+#include <json/value.h>
 
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <ctime>
-#include <functional>
 #include <future>
 
 namespace {
@@ -60,17 +57,6 @@ Json::Value rows(int taskId = 12) {
     return result == 0 ? reply["data"] : Json::Value(result);
 }
 
-/// Runs the step in `count` processes at once. @return whether it held in all.
-bool inProcess(const std::function<bool()>& step, int count = 1) {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(step() ? 0 : 1);
-    }
-    const bool others = count == 1 || inProcess(step, count - 1);
-    int status = -1;
-    return waitpid(child, &status, 0) == child && status == 0 && others;
-}
-
 TEST_F(ThumbnailDatabase, GivesRowsBackAsTheyWereWrittenLast) {
     EXPECT_EQ(rows(), Json::Value(Json::arrayValue));
     Json::Value expected(Json::arrayValue);
@@ -108,12 +94,11 @@ TEST_F(ThumbnailDatabase, TakesTheSameRowsFromProcessesAndThreadsAtOnce) {
         }
         return all;
     };
-    EXPECT_TRUE(inProcess(
-        [&] {
-            auto other = std::async(std::launch::async, write);
-            return write() && other.get();
-        },
-        2));
+    const auto writeTwice = [&] {
+        auto other = std::async(std::launch::async, write);
+        return write() && other.get();
+    };
+    EXPECT_TRUE(inProcess(writeTwice, 2));
     EXPECT_EQ(rows().size(), 150U);
 }
 

@@ -1,7 +1,7 @@
 #include "host/torrentEngine.h"
+#include "tests/host/caller.h"
 #include "tests/host/loopbackEngine.h"
 #include "tests/host/sandbox.h"
-#include "tests/host/smallStack.h"
 
 #include <json/writer.h>
 

@@ -2,8 +2,8 @@
 // on and off.
 
 #include "fakePlatform.h"
+#include "tests/host/caller.h"
 #include "tests/host/sandbox.h"
-#include "tests/host/smallStack.h"
 #include "thumbnail/thumbnailGenerator.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,10 @@
-#ifndef VEXODL_TESTS_HOST_SMALL_STACK_H
-#define VEXODL_TESTS_HOST_SMALL_STACK_H
+#ifndef VEXODL_TESTS_HOST_CALLER_H
+#define VEXODL_TESTS_HOST_CALLER_H
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <functional>
 
@@ -20,6 +22,17 @@ inline void onSmallStack(std::function<void()> step) {
     pthread_attr_setstacksize(&attributes, kSmallStackBytes);
     pthread_t thread{};
     EXPECT_EQ(pthread_create(&thread, &attributes, run, &step) | pthread_join(thread, nullptr), 0);
+}
+
+/// Takes a step in `count` processes at once, forks of this one. @return whether it held in all.
+inline bool inProcess(const std::function<bool()>& step, int count = 1) {
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(step() ? 0 : 1);
+    }
+    const bool others = count == 1 || inProcess(step, count - 1);
+    int status = -1;
+    return waitpid(child, &status, 0) == child && status == 0 && others;
 }
 
 #endif
