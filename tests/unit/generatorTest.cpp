@@ -307,8 +307,8 @@ TEST_F(GeneratorTest, MakesOneThumbnail) {
 }
 
 TEST_F(GeneratorTest, GeneratesWhatIsMissing) {
-    report({kFilm, kPicture});
-    fake.stored["data"].append(json(row(0, 1)));
+    report({kPicture, kFilm});
+    fake.stored["data"].append(json(row(1, 1)));
     ThumbnailGenerator generator(12, true);
     EXPECT_EQ(generator.generate(), 0);
     EXPECT_EQ(fake.messages, "");
@@ -316,12 +316,12 @@ TEST_F(GeneratorTest, GeneratesWhatIsMissing) {
     for (const Json::Value& each : fake.stored["data"]) {
         rows += each["thumbnail_filename"].asString() + " " + each["file_path"].asString() + " " + each["thumbnail_second"].asString() + ";";
     }
-    EXPECT_EQ(rows, "  ;0_0.jpeg a.mkv 1;0_2.jpeg a.mkv 5;0_3.jpeg a.mkv 7;0_4.jpeg a.mkv 9;1_0.jpeg b.jpg 0;");
+    EXPECT_EQ(rows, "  ;1_0.jpeg a.mkv 1;1_2.jpeg a.mkv 5;1_3.jpeg a.mkv 7;1_4.jpeg a.mkv 9;0_0.jpeg b.jpg 0;");
     // Seven questions for the plan and what is recorded, five calls for each frame and four for the photo.
     EXPECT_EQ(1 + std::count(fake.calls.begin(), fake.calls.end(), ';'), 7 + 4 * 5 + 4);
     fake.calls.clear();
     EXPECT_EQ(generator.generate(), 0); // nothing is missing: nothing is started or stored
-    EXPECT_EQ(fake.calls, R"(torrent|12|["id","name","files","fileStats"];video|mkv;subtitle|a.mkv;video|jpg;photo|mkv;photo|jpg;rows|12)");
+    EXPECT_EQ(fake.calls, R"(torrent|12|["id","name","files","fileStats"];video|jpg;video|mkv;subtitle|a.mkv;photo|jpg;photo|mkv;rows|12)");
 }
 
 TEST_F(GeneratorTest, TellsWhichStageFailed) {
