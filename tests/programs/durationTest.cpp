@@ -33,7 +33,7 @@ TEST_F(Duration, isTheWholeSecondsThatFfprobeTells) {
         shell("ffmpeg -v error -i base.mp4 " + encode + " " + file);
         const ProgramRun probe =
             runProgram({"ffprobe", "-v", "error", "-show_entries", "format=duration", "-of", "csv=p=0", file});
-        const ProgramRun run = duration({"--path", file});
+        const ProgramRun run = duration({"--path", file, "--debug_mode"});
         EXPECT_EQ(run.output, expected(std::stol(probe.output))) << file << run.errors;
     }
 }
@@ -69,10 +69,8 @@ TEST_F(Duration, opensNothingButTheOneRegularFile) {
 }
 
 TEST_F(Duration, wantsItsCommandLine) {
-    const ProgramRun quiet = duration({"--path", "/etc/passwd"});
-    const ProgramRun verbose = duration({"--path", "base.mp4", "--debug_mode"});
-    EXPECT_EQ(quiet.errors, "vexodlgetduration: /etc/passwd: Invalid data found when processing input\n");
-    EXPECT_EQ(verbose.output, expected(21));
+    EXPECT_EQ(duration({"--path", "/etc/passwd"}).errors,
+              "vexodlgetduration: /etc/passwd: Invalid data found when processing input\n");
     for (const auto& arguments : std::vector<std::vector<std::string>>{
              {}, {"--path"}, {"base.mp4"}, {"--path", "base.mp4", "--debug"}, {"--path", "base.mp4", "--debug_mode", "x"}}) {
         const ProgramRun run = duration(arguments);
