@@ -161,8 +161,7 @@ TEST_F(ProcessTest, takesItsChildrenAlongWhenKilled) {
         std::thread(pause).detach(); // its end, too, is told
         _exit(shell("setsid sleep 1000 & s=$!; trap 'kill $s; exit' TERM; sleep 1000 & echo >" + started + "; wait"));
     }
-    std::string line;
-    std::getline(std::ifstream(started), line);
+    std::ifstream(started).get(); // waits until it has
     kill(caller, SIGKILL);
     while (waitpid(-1, nullptr, __WALL) > 0) { // comes to its end when they all have
     }

@@ -17,12 +17,8 @@
 #include <atomic>
 #include <future>
 
-namespace {
-
-const Sandbox sandbox;
-const std::string kDownloadLink = "/var/services/download";
-
-} // namespace
+static const Sandbox sandbox;
+static const std::string kDownloadLink = "/var/services/download";
 
 int VLIBCExec(const char* /*path*/, const char* /*arg1*/, const char*, const char*, const char*) {
     return 1; // yes

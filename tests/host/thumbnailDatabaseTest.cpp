@@ -11,13 +11,7 @@
 #include <ctime>
 #include <future>
 
-namespace {
-
-using std::filesystem::perms;
-
-bool timeFlies = false; ///< while the database waits for another
-
-} // namespace
+static bool timeFlies = false; ///< while the database waits for another
 
 extern "C" __attribute__((visibility("default"))) int usleep(useconds_t microseconds) {
     const timespec real = {0, timeFlies ? 0 : static_cast<long>(microseconds) * 1000};
@@ -25,6 +19,8 @@ extern "C" __attribute__((visibility("default"))) int usleep(useconds_t microsec
 }
 
 namespace {
+
+using std::filesystem::perms;
 
 struct ThumbnailDatabase : testing::Test {
     ThumbnailDatabase() { use(file); }

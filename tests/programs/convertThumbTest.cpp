@@ -76,8 +76,7 @@ TEST_F(ConvertThumb, turnsThePictureUpright) {
 
 /// Cut at twenty lengths. A file that has its full size but zeros at the end shows that only by an end mark.
 TEST_F(ConvertThumb, showsAPhotoCutShortWholeOrNotAtAll) {
-    using Case = std::pair<std::string, bool>; // coder, and whether its files have an end mark
-    for (const auto& [coder, hasEndMark] : std::vector<Case>{
+    for (const auto& [coder, hasEndMark] : std::vector<std::pair<std::string, bool>>{
              {"jpeg", true}, {"pjpeg", true}, {"png", true}, {"gif", true}, {"bmp", false}, {"tiff", false},
              {"webp", false}, {"heic", false}}) {
         shell("convert -size 200x150 plasma:red-blue " + coder + ":whole");

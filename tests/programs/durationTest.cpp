@@ -15,8 +15,7 @@ std::string expected(long seconds) {
 }
 
 /// Samples of 21.4 seconds; the sound is a little longer than the picture.
-class Duration : public testing::Test {
-protected:
+struct Duration : testing::Test {
     static void SetUpTestSuite() {
         shell("ffmpeg -v error -f lavfi -i testsrc2=s=176x144:r=10:d=21.4 -f lavfi -i sine=d=21.44 -c:v libx264 -g 20 "
               "-preset ultrafast -c:a aac base.mp4");

@@ -19,6 +19,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <sstream>
 
 // Bodies of one line.
@@ -146,11 +147,9 @@ void ProcessRunner::addArguments(const char* arg1, const char* arg2, const char*
 
 int ProcessRunner::run(bool capture, bool wait) {
     output_ = fake.helperOutput;
-    std::string call = std::string("run|") + (capture ? "1" : "0") + (wait ? "1" : "0");
-    for (const std::string& argument : command_) {
-        call += "|" + argument;
-    }
-    return fake.take(call);
+    const auto join = [](const std::string& all, const std::string& next) { return all + "|" + next; };
+    const std::string flags = std::string("run|") + (capture ? "1" : "0") + (wait ? "1" : "0");
+    return fake.take(std::accumulate(command_.begin(), command_.end(), flags, join));
 }
 
 std::string ProcessRunner::getCapturedOutput() { return output_; }

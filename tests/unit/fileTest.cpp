@@ -2,7 +2,6 @@
 
 #include "util/file.h"
 #include "fakePlatform.h"
-#include "tests/host/sandbox.h"
 
 #include <gtest/gtest.h>
 
@@ -11,27 +10,22 @@
 
 namespace {
 
-class FileTest : public testing::Test {
-protected:
-    Sandbox sandbox_;
-    const std::string& directory_ = sandbox_.root;
-
-    FileTest() { fake = {directory_}; }
+struct FileTest : testing::Test {
+    FileTest() { fake = {"/usr"}; }
 };
 
 } // namespace
 
 TEST_F(FileTest, FindsTheTmpDownloadDirectory) {
-    const std::string file = sandbox_.write("file", "");
-    const std::string question = "exec|/usr/vexo/bin/vexofstool|--check-volume-writable|" + directory_ + "|(null)|(null)";
+    const std::string question = "exec|/usr/vexo/bin/vexofstool|--check-volume-writable|/usr|(null)|(null)";
     const struct { const char* name; std::string target; int spare; int answer; int result; std::string calls; } cases[] = {
-                 {"writable", directory_, 1, 1, 0, question},
-                 {"not writable", directory_, 100, 0, -1, question},
-                 {"answer that is no yes", directory_, 100, 2, -1, question},
-                 {"no room for the terminator", directory_, 0, 1, -1, ""},
-                 {"cut", directory_, -1, 1, -1, ""},
-                 {"a file", file, 100, 1, -1, ""},
-                 {"nothing there", directory_ + "/none", 100, 1, -1, ""},
+                 {"writable", "/usr", 1, 1, 0, question},
+                 {"not writable", "/usr", 100, 0, -1, question},
+                 {"answer that is no yes", "/usr", 100, 2, -1, question},
+                 {"no room for the terminator", "/usr", 0, 1, -1, ""},
+                 {"cut", "/usr", -1, 1, -1, ""},
+                 {"a file", "/etc/passwd", 100, 1, -1, ""},
+                 {"nothing there", "/usr/none", 100, 1, -1, ""},
                  {"no link", "", 100, 1, -1, ""}};
     for (const auto& each : cases) {
         SCOPED_TRACE(each.name);
@@ -70,7 +64,7 @@ TEST_F(FileTest, ChecksTheSpaceOfItsVolume) {
     EXPECT_EQ(TmpVolumeSpaceCheck(), -1);
     fake.downloadLink = std::string(1024, 'd');
     EXPECT_EQ(TmpVolumeSpaceCheck(), -1);
-    EXPECT_EQ(fake.messages, "file:N statfs() failed [" + directory_ + "];file:N Failed to get TmpDownloadDir.");
+    EXPECT_EQ(fake.messages, "file:N statfs() failed [/usr];file:N Failed to get TmpDownloadDir.");
 }
 
 TEST_F(FileTest, RemovesATaskPath) {
