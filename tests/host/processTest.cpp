@@ -130,15 +130,15 @@ TEST_F(ProcessTest, tellsTheTruthInEveryCaller) {
 }
 
 TEST_F(ProcessTest, needsNoDescriptorUnlessItCaptures) {
-    rlimit before = {};
-    getrlimit(RLIMIT_NOFILE, &before);
-    const rlimit few = {3, before.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &few);
-    print(-EMFILE, "/bin/true", nullptr, nullptr);
-    EXPECT_EQ(VLIBCExecv("/no/such", nullptr, 1), -ENOENT);
-    EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(shell("exit $(($(ulimit -n) == 1024))"), 1);
-    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_TRUE(inProcess([] {
+        const rlimit few = {3, 4096};
+        setrlimit(RLIMIT_NOFILE, &few);
+        print(-EMFILE, "/bin/true", nullptr, nullptr);
+        EXPECT_EQ(VLIBCExecv("/no/such", nullptr, 1), -ENOENT);
+        EXPECT_EQ(errno, ENOENT);
+        EXPECT_EQ(shell("exit $(($(ulimit -n) == 1024))"), 1);
+        return !HasFailure();
+    }));
 }
 
 TEST_F(ProcessTest, leavesOtherThreadsTheirChildren) {
