@@ -58,7 +58,7 @@ TEST(Group, KnowsAdministratorsByPrimaryGroupAndByMembership) {
     if (std::system((view + groups + " /etc/group true 2>/dev/null").c_str()) != 0) {
         GTEST_SKIP() << "no namespaces on this machine";
     }
-    const std::string self = "'" + std::filesystem::read_symlink("/proc/self/exe").string() + "' --gtest_filter='Group.*'";
+    const std::string self = "'" + std::filesystem::canonical("/proc/self/exe").string() + "' --gtest_filter='Group.*'";
     const std::tuple<const char*, std::string, int> cases[] = {
         {"1001", groups, 1}, {"1002", groups, 1}, {"1003", groups, 0}, {"1004", groups, -1}, {"1001", none, 0}};
     for (const auto& [uid, file, expected] : cases) {
