@@ -1,14 +1,11 @@
 #include "tests/programs/programRun.h"
 
 #include <csignal>
-#include <thread>
 
 // Cases stand side by side.
 // clang-format off
 
 namespace {
-
-using namespace std::chrono_literals;
 
 std::vector<std::string> commandLine(const std::string& source, const std::string& target) {
     return {"/usr/vexo/bin/convert-thumb", source, "-thumbnail", "1024x1024>", "-quality", "90", "-strip", "-flatten",
@@ -49,16 +46,16 @@ TEST_F(ConvertThumb, takesEveryNameAsANameOnly) {
 }
 
 TEST_F(ConvertThumb, decodesTheListedFormats) {
-    struct Case { const char* name; const char* options; const char* picture; }; // size, red and green of its corner
-    for (const Case& c : std::vector<Case>{
+    // What is shown: the size, and red and green of the corner.
+    for (const auto& [name, options, shown] : std::vector<std::tuple<std::string, std::string, const char*>>{
              {"large.jpg", "-scale 3000x2000", "1024x683 1 0"}, {"wide.jpg", "-scale 9000x100!", "1024x11 1 0"},
              {"progressive.jpg", "-interlace JPEG", "60x40 1 0"}, {"cmyk.jpg", "-colorspace CMYK", "60x40 1 0"},
              {"deep.png", "-depth 16", "60x40 1 0"}, {"clear.png", "-alpha set -channel A -evaluate set 0", "60x40 1 1"},
              {"moving.gif", "-size 60x40 xc:blue xc:lime", "60x40 1 0"}, {"pages.tiff", "-size 30x30 xc:blue", "60x40 1 0"},
              {"moving.webp", "-size 60x40 xc:blue", "60x40 1 0"}, {"a.webp", "-define webp:lossless=true", "60x40 1 0"},
              {"a.bmp", "", "60x40 1 0"}, {"a.heic", "", "60x40 1 0"}, {"a.avif", "", "60x40 1 0"}}) {
-        shell("convert sample.jpg "s + c.options + " download/7/" + c.name);
-        EXPECT_EQ(identified(madeOf(c.name), "%wx%h %[fx:u.p{w/4,h/4}.r>.8] %[fx:u.p{w/4,h/4}.g>.8]"), c.picture) << c.name;
+        shell("convert sample.jpg " + options + " download/7/" + name);
+        EXPECT_EQ(identified(madeOf(name), "%wx%h %[fx:u.p{w/4,h/4}.r>.8] %[fx:u.p{w/4,h/4}.g>.8]"), shown) << name;
     }
 }
 
@@ -69,8 +66,8 @@ TEST_F(ConvertThumb, turnsThePictureUpright) {
         ++orientation;
         shell("convert sample.jpg "s + stored + " -strip stored.jpg");
         const std::string tag = "\xff\xe1\0\x22""Exif\0\0II*\0\x08\0\0\0\1\0\x12\1\3\0\1\0\0\0"s + orientation + "\0\0\0\0\0\0\0"s;
-        EXPECT_EQ(identified(madeOfBytes(readFile("stored.jpg").insert(2, tag)),
-                             "%wx%h %[fx:u.p{15,10}.g<.2 && u.p{45,10}.g>.8 && u.p{15,30}.g>.8] %[EXIF:*]"), "60x40 1 ") << stored;
+        const char* const corners = "%wx%h %[fx:u.p{15,10}.g<.2 && u.p{45,10}.g>.8 && u.p{15,30}.g>.8] %[EXIF:*]";
+        EXPECT_EQ(identified(madeOfBytes(readFile("stored.jpg").insert(2, tag)), corners), "60x40 1 ") << stored;
     }
 }
 
@@ -131,16 +128,15 @@ TEST_F(ConvertThumb, tellsByItsExitStatusWhatFailed) {
     shell("mkdir -p download/8/pictures && cp sample.jpg download/8/a.jpg && cp sample.jpg download/7/a.jpg && cd "
           "download/7 && mkdir folder && mkfifo fifo && ln -s a.jpg in.jpg && ln -s ../8/a.jpg out.jpg && "
           "ln -s /srv/download/8 outer && ln -s ../8/pictures linked && ln -s vexodlthumbnail inner");
-    struct Case { const char* source; const char* folder; int status; };
-    for (const Case& c : std::vector<Case>{
+    for (const auto& [source, folder, status] : std::vector<std::tuple<const char*, const char*, int>>{
              {"7/in.jpg", "vexodlthumbnail", 0}, {"7/no\nsuch\x1b\xff", "vexodlthumbnail", 3},
              {"7/fifo", "vexodlthumbnail", 3}, {"7/folder", "vexodlthumbnail", 3}, {"7/out.jpg", "vexodlthumbnail", 3},
              {"7/outer/a.jpg", "vexodlthumbnail", 3}, {"7/../8/a.jpg", "vexodlthumbnail", 3},
              {"8/a.jpg", "vexodlthumbnail", 3}, {"7/a.jpg", "none", 4}, {"7/a.jpg", "linked", 4}, {"7/a.jpg", "inner", 4}}) {
-        made(commandLine("/srv/download/"s + c.source, task / c.folder / "3_0.jpeg"));
-        EXPECT_EQ(run.status, c.status) << c.source << " to " << c.folder << run.errors;
+        made(commandLine("/srv/download/"s + source, task / folder / "3_0.jpeg"));
+        EXPECT_EQ(run.status, status) << source << " to " << folder << run.errors;
         EXPECT_EQ(run.errors.find('\x1b'), std::string::npos);
-        EXPECT_TRUE(fs::is_empty("/srv/download/8/pictures")) << c.source;
+        EXPECT_TRUE(fs::is_empty("/srv/download/8/pictures")) << source;
     }
 }
 
@@ -167,7 +163,7 @@ TEST_F(ConvertThumb, leavesNothingBehindWhenItIsKilled) {
         kill(pid, signal);
         EXPECT_EQ(awaitProgram(pid).status, 128 + signal);
         for (int wait = 0; wait < 500 && decoderRuns(); ++wait) {
-            std::this_thread::sleep_for(10ms);
+            usleep(10000);
         }
         EXPECT_FALSE(decoderRuns());
         EXPECT_EQ(fs::is_empty(pictures), signal == SIGTERM);

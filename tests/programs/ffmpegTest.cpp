@@ -60,12 +60,13 @@ TEST_F(Ffmpeg, makesTheVeryPictureOfTheStockProgram) {
 }
 
 TEST_F(Ffmpeg, takesTheLastIntraFrameWhereNoneFollows) {
-    struct Case { const char* name; int second; int asAt; }; // the second for which the stock program takes that frame
-    for (const Case& c : {Case{"oneKey.mp4", 1, 0}, {"oneKey.mp4", 13, 0}, {"long.mp4", 13, 10}, {"mpeg4.avi", 13, 12},
-                          {"tall.mkv", 13, 12}, {"shortPicture.mkv", 4, 2}, {"shortPicture.mkv", 13, 2}}) {
-        const std::string expected = stock("samples/"s + c.name, c.asAt);
-        ASSERT_FALSE(expected.empty()) << c.name;
-        EXPECT_TRUE(made(sample(c.name), c.second) == expected) << c.name << " at " << c.second << ": " << run.errors;
+    // The last: the second for which the stock program takes that frame.
+    for (const auto& [name, second, asAt] : std::vector<std::tuple<std::string, int, int>>{
+             {"oneKey.mp4", 1, 0}, {"oneKey.mp4", 13, 0}, {"long.mp4", 13, 10}, {"mpeg4.avi", 13, 12},
+             {"tall.mkv", 13, 12}, {"shortPicture.mkv", 4, 2}, {"shortPicture.mkv", 13, 2}}) {
+        const std::string expected = stock("samples/" + name, asAt);
+        ASSERT_FALSE(expected.empty()) << name;
+        EXPECT_TRUE(made(sample(name), second) == expected) << name << " at " << second << ": " << run.errors;
     }
 }
 

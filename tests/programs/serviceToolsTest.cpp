@@ -9,9 +9,9 @@ constexpr const char* kVolumeTool = "/usr/vexo/bin/vexofstool";
 constexpr const char* kUserTool = "/usr/vexo/sbin/vexouser";
 
 TEST(ServiceTools, answerByTheirExitStatus) {
-    struct Case { const char* name; std::vector<std::string> argv; int status; }; // 1 yes, 0 no, 2 no answer
     const std::string own = std::to_string(getuid()); // another's quota is told to root only
-    for (const Case& c : std::vector<Case>{
+    // The last: 1 yes, 0 no, 2 no answer.
+    for (const auto& [name, argv, status] : std::vector<std::tuple<const char*, std::vector<std::string>, int>>{
              {"writable", {kVolumeTool, "--check-volume-writable", "/srv/download"}, 1},
              {"mounted read-only", {kVolumeTool, "--check-volume-writable", "/usr/bin"}, 0},
              {"takes no files", {kVolumeTool, "--check-volume-writable", "/proc"}, 0},
@@ -32,10 +32,10 @@ TEST(ServiceTools, answerByTheirExitStatus) {
              {"no such target", {kUserTool, "--quota_check", own, "/srv/none", "1"}, 2},
              {"too few", {kUserTool, "--quota_check", own, "/srv"}, 2},
              {"other option", {kUserTool, "--quota", "1000", "/srv", "1"}, 2}}) {
-        const ProgramRun run = runProgram(c.argv);
-        EXPECT_EQ(run.status, c.status) << c.name << run.errors;
-        EXPECT_EQ(run.output, "") << c.name;
-        EXPECT_EQ(run.errors.empty(), c.status != 2) << c.name;
+        const ProgramRun run = runProgram(argv);
+        EXPECT_EQ(run.status, status) << name << run.errors;
+        EXPECT_EQ(run.output, "") << name;
+        EXPECT_EQ(run.errors.empty(), status != 2) << name;
     }
     EXPECT_TRUE(std::filesystem::is_empty("/srv/download"));
 }
