@@ -10,8 +10,7 @@
 struct Sandbox {
     Sandbox() { std::filesystem::permissions(mkdtemp(root.data()), std::filesystem::perms(0755)); }
     ~Sandbox() { std::filesystem::remove_all(root); }
-    Sandbox(const Sandbox&) = delete;
-    Sandbox& operator=(const Sandbox&) = delete;
+    Sandbox(Sandbox&&) = delete;
 
     std::string operator/(const std::string& name) const { return root + '/' + name; }
 

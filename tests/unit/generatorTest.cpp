@@ -231,7 +231,9 @@ TEST_F(GeneratorTest, FiltersWhatIsRecorded) {
             "Failed to get all thumbnail info;Failed to get existing thumbnail list"}});
 }
 
-TEST_F(GeneratorTest, RefusesBadParametersOfPrograms) {
+TEST_F(GeneratorTest, ChecksParametersAndPictures) {
+    const std::string link = sandbox / "link";
+    std::filesystem::create_symlink("/dev/null", link);
     const auto noPath = [](ThumbnailGenerator& generator) {
         std::string path;
         Json::Value output;
@@ -239,13 +241,8 @@ TEST_F(GeneratorTest, RefusesBadParametersOfPrograms) {
     };
     check({{"second 0", SET(), CALL(generateThumbnailByFFMPEG("in", "/dev/null", 0)), -1, "Failed to set second 0", ""},
            {"second below 0", SET(), CALL(generateThumbnailByFFMPEG("in", "/dev/null", -3)), -1, "Failed to set second -3", ""},
-           {"no path", SET(), noPath, -1, "Bad parameter", ""}});
-}
-
-TEST_F(GeneratorTest, JudgesAPicture) {
-    const std::string link = sandbox / "link";
-    std::filesystem::create_symlink("/dev/null", link);
-    check({{"missing", SET(), CALL(isValidThumbnail("/none")), -1, "Failed to lstat() /none. [No such file or directory]"},
+           {"no path", SET(), noPath, -1, "Bad parameter", ""},
+           {"missing", SET(), CALL(isValidThumbnail("/none")), -1, "Failed to lstat() /none. [No such file or directory]"},
            {"link to something empty", SET(), CALL(isValidThumbnail(link)), 0, ""}});
 }
 
@@ -321,15 +318,14 @@ TEST_F(GeneratorTest, GeneratesWhatIsMissing) {
 }
 
 TEST_F(GeneratorTest, TellsWhichStageFailed) {
-    const auto generate = CALL(generate());
     const auto batch = [](ThumbnailGenerator& generator) {
         std::vector<Thumbnail> list = {{13, 1, 0, "b.jpg", kPhoto}, {13, 2, 0, "c.png", kPhoto}, {13, 1, 1, "b.jpg", kPhoto}};
         return generator.generateThumbnailByList(list);
     };
     const std::string stored = "Failed to add thumbnail to db, taskId:13, fileIndex:1, thumbnailIndex:";
-    check({{"no database", SET(fake.results["rows"] = -1), generate, -1,
+    check({{"no database", SET(fake.results["rows"] = -1), CALL(generate()), -1,
             "Failed to get all thumbnail info;Failed to get existing thumbnail list;Failed to remove existed thumbnail"},
-           {"an unfinished photo", SET(), generate, -1,
+           {"an unfinished photo", SET(), CALL(generate()), -1,
             "Failed to generate thumbnail, taskId:12, fileIndex:2, thumbnailIndex:0;Failed to generate all thumbnail 7(6);"
             "Failed to generate thumbnail"},
            {"the database refuses, by the records' task", SET(fake.results["insert"] = -1), batch, -1,
