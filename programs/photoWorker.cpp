@@ -82,7 +82,7 @@ std::variant<Worker, Refusal> photoWorker(int input) {
     }
     worker.argv.insert(worker.argv.end(), {std::string(coder) + ":fd:0[0]", "-thumbnail", "1024x1024>", "-auto-orient",
                                            "-quality", "90", "-strip", "-flatten", "-colorspace", "sRGB", "jpeg:fd:1"});
-    worker.visible = {VEXODL_PHOTO_POLICY};
+    worker.visible = {VEXODL_PHOTO_POLICY, "/etc/alternatives", "/etc/ld.so.cache"};
     worker.environment = {"MAGICK_CONFIGURE_PATH=" VEXODL_PHOTO_POLICY, "MAGICK_THREAD_LIMIT=1"};
     return worker;
 }

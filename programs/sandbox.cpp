@@ -1,6 +1,7 @@
 #include "programs/sandbox.h"
 
 #include "programs/descriptor.h"
+#include "programs/workerFilter.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -26,6 +27,7 @@ constexpr int kLastSignal = 31;
 constexpr int kSignalBase = 128;  // how the sandbox program passes on the signal that ended the worker
 constexpr int kCannotStart = 127; // of the child, before the sandbox program ran
 constexpr const char* kSandboxProgram = "/usr/bin/bwrap";
+constexpr int kFilterDescriptor = STDERR_FILENO + 1; // read by the sandbox program, and closed
 
 sigset_t endingSignals() {
     sigset_t set;
@@ -36,21 +38,16 @@ sigset_t endingSignals() {
     return set;
 }
 
-/// No /proc: a sandbox inside another one is not allowed to mount it, and no worker needs it.
+/// The namespaces are those of files: the system call filter does what others would. No /proc: a sandbox
+/// inside another one is not allowed to mount it, and no worker needs it.
 std::vector<std::string> sandboxArguments(const Worker& worker) {
-    std::vector<std::string> arguments = {kSandboxProgram, "--unshare-all", "--die-with-parent", "--clearenv"};
+    std::vector<std::string> arguments = {kSandboxProgram, "--unshare-user", "--cap-drop", "ALL", "--die-with-parent"};
     const auto add = [&](std::initializer_list<std::string> more) { arguments.insert(arguments.end(), more); };
-    add({"--ro-bind", "/usr/lib", "/usr/lib", "--symlink", "usr/lib", "/lib", "--ro-bind-try", "/lib64", "/lib64"});
-    for (const char* file : {"/etc/ld.so.cache", "/etc/alternatives"}) {
-        add({"--ro-bind-try", file, file});
-    }
+    add({"--seccomp", std::to_string(kFilterDescriptor)});
+    add({"--ro-bind", "/usr/lib", "/usr/lib", "--symlink", "usr/lib", "/lib", "--symlink", VEXODL_LIBRARIES, "/lib64"});
     add({"--ro-bind", worker.argv[0], worker.argv[0]});
     for (const std::string& path : worker.visible) {
         add({"--ro-bind-try", path, path});
-    }
-    for (const std::string& variable : worker.environment) {
-        const std::size_t equals = variable.find('=');
-        add({"--setenv", variable.substr(0, equals), variable.substr(equals + 1)});
     }
     add({"--chdir", "/", "--remount-ro", "/", "--"});
     arguments.insert(arguments.end(), worker.argv.begin(), worker.argv.end());
@@ -79,10 +76,18 @@ bool limitResources(const Worker& worker) {
            limit(RLIMIT_CORE, 0, 0);
 }
 
-/// Moves the three descriptors into place. They are above 2, see prepareProcess().
-bool placeDescriptors(int input, int output, int messages) {
-    return dup2(input, STDIN_FILENO) >= 0 && dup2(output, STDOUT_FILENO) >= 0 && dup2(messages, STDERR_FILENO) >= 0 &&
-           close_range(STDERR_FILENO + 1, ~0U, 0) == 0;
+/// Makes them the descriptors 0, 1, ... and closes all others.
+bool placeDescriptors(std::vector<int> numbers) {
+    const int count = static_cast<int>(numbers.size());
+    for (int& number : numbers) {
+        number = fcntl(number, F_DUPFD_CLOEXEC, count); // out of the way of those placed before it
+    }
+    for (int i = 0; i < count; ++i) {
+        if (dup2(numbers[static_cast<std::size_t>(i)], i) < 0) {
+            return false;
+        }
+    }
+    return close_range(static_cast<unsigned>(count), ~0U, 0) == 0;
 }
 
 void resetSignals() {
@@ -94,39 +99,60 @@ void resetSignals() {
     sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+struct Pipe {
+    Descriptor reading;
+    Descriptor writing;
+};
+
+Pipe makePipe() {
+    std::array<int, 2> ends = {-1, -1};
+    const bool made = pipe2(ends.data(), O_CLOEXEC) == 0;
+    return made ? Pipe{Descriptor(ends[0]), Descriptor(ends[1])} : Pipe();
+}
+
 struct Child {
     pid_t pid = -1;
     Descriptor handle;
     Descriptor messages;
 };
 
-/// The child leads a session and process group of its own, so it has no terminal to push input into.
-Child start(const Worker& worker, int input, int output) {
+/// What becomes the worker. It leads a session and process group of its own, so it has no terminal to push input into.
+[[noreturn]] void becomeWorker(const Worker& worker, pid_t parent, const std::vector<int>& descriptors) {
     std::vector<std::string> arguments = VEXODL_BUBBLEWRAP ? sandboxArguments(worker) : worker.argv;
     std::vector<std::string> variables = worker.environment;
     const std::vector<char*> argv = pointers(arguments);
     const std::vector<char*> environment = pointers(variables);
-    std::array<int, 2> ends = {-1, -1};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+    resetSignals();
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() == parent && setsid() >= 0 && limitResources(worker) && placeDescriptors(descriptors)) {
+        execve(argv[0], argv.data(), environment.data());
+        dprintf(STDERR_FILENO, "%s: %s\n", argv[0], std::strerror(errno)); // NOLINT(concurrency-mt-unsafe)
+    }
+    _exit(kCannotStart);
+}
+
+/// The filter is made while the child starts, which waits for it.
+Child start(const Worker& worker, int input, int output) {
+    Pipe messages = makePipe();
+    Pipe filter = makePipe();
+    if (!messages.writing || !filter.writing) {
         return {};
     }
-    Descriptor reading(ends[0]);
-    const Descriptor writing(ends[1]);
+    std::vector<int> descriptors = {input, output, messages.writing.get()};
+    if (VEXODL_BUBBLEWRAP) {
+        descriptors.push_back(filter.reading.get());
+    }
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid == 0) {
-        resetSignals();
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() == parent && setsid() >= 0 && limitResources(worker) &&
-            placeDescriptors(input, output, writing.get())) {
-            execve(argv[0], argv.data(), environment.data());
-            dprintf(STDERR_FILENO, "%s: %s\n", argv[0], std::strerror(errno)); // NOLINT(concurrency-mt-unsafe)
-        }
-        _exit(kCannotStart);
+        becomeWorker(worker, parent, descriptors);
     }
-    fcntl(reading.get(), F_SETFL, O_NONBLOCK);
+    if (pid > 0 && VEXODL_BUBBLEWRAP && !writeWorkerFilter(filter.writing.get())) {
+        kill(pid, SIGKILL);
+    }
+    fcntl(messages.reading.get(), F_SETFL, O_NONBLOCK);
     Descriptor handle(pid > 0 ? static_cast<int>(syscall(SYS_pidfd_open, pid, 0)) : -1);
-    return {pid, std::move(handle), std::move(reading)};
+    return {pid, std::move(handle), std::move(messages.reading)};
 }
 
 /// Keeps the end of what the child says.

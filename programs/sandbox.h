@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-/// A program that decodes, and what it may have. It runs in namespaces of its own with no network, no process but its
-/// own, an empty root into which only the system's libraries and `visible` are bound read-only, and three descriptors:
-/// the input as 0, the output as 1, and what it says, collected, as 2.
+/// A program that decodes, and what it may have: an empty root into which only the system's libraries and `visible` are
+/// bound read-only, the system calls of workerFilter.h, so no network and no process but its own, and three
+/// descriptors: the input as 0, the output as 1, and what it says, collected, as 2.
 struct Worker {
     std::vector<std::string> argv;    ///< program and arguments; the program needs an absolute path
     std::vector<std::string> visible; ///< further files and folders it may read; those that do not exist are left out

@@ -1,0 +1,114 @@
+#include "programs/descriptor.h"
+#include "programs/sandbox.h"
+#include "tests/programs/programRun.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/resource.h>
+#include <sys/shm.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+
+#include <array>
+#include <csignal>
+#include <thread>
+
+// clang-format off: cases stand side by side
+
+namespace {
+
+pid_t stranger = 0; // a process outside, of the same user
+
+bool opens(const char* path, int flags) { return open(path, flags, 0600) >= 0; }
+bool opensSocket(int family, int type) { return socket(family, type, 0) >= 0; }
+bool forked(long pid) {
+    if (pid == 0) { _exit(0); }
+    return pid > 0;
+}
+
+/// What no worker may do; true when it could be done.
+struct Attempt { const char* name; bool (*succeeds)(); };
+constexpr std::array kAttempts = {
+    Attempt{"IPv4", [] { return opensSocket(AF_INET, SOCK_STREAM); }},
+    Attempt{"IPv6", [] { return opensSocket(AF_INET6, SOCK_DGRAM); }},
+    Attempt{"a local socket", [] { return opensSocket(AF_UNIX, SOCK_STREAM); }},
+    Attempt{"netlink", [] { return opensSocket(AF_NETLINK, SOCK_RAW); }},
+    Attempt{"a pair of sockets", [] { std::array<int, 2> ends = {}; return socketpair(AF_UNIX, SOCK_DGRAM, 0, ends.data()) == 0; }},
+    Attempt{"a ring", [] { std::array<char, 120> ring = {}; return syscall(SYS_io_uring_setup, 1, ring.data()) >= 0; }},
+    Attempt{"fork", [] { return forked(fork()); }},
+    Attempt{"clone", [] { return forked(syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0)); }},
+    Attempt{"clone3", [] { std::array<std::uint64_t, 8> order = {}; return forked(syscall(SYS_clone3, order.data(), sizeof order)); }},
+    Attempt{"a session of its own", [] { return setsid() >= 0; }},
+    Attempt{"a group of its own", [] { return setpgid(0, 0) == 0; }},
+    Attempt{"a signal to another", [] { return kill(stranger, 0) == 0; }},
+    Attempt{"a handle of another", [] { return syscall(SYS_pidfd_open, stranger, 0) >= 0; }},
+    Attempt{"another's limits", [] { rlimit limit = {}; return prlimit(stranger, RLIMIT_NOFILE, nullptr, &limit) == 0; }},
+    Attempt{"a descriptor's signals to another", [] { return fcntl(STDERR_FILENO, F_SETOWN, stranger) == 0; }},
+    Attempt{"no end with its parent", [] { return prctl(PR_SET_PDEATHSIG, 0) == 0; }},
+    Attempt{"tracing", [] { return ptrace(PTRACE_TRACEME) == 0; }},
+    Attempt{"shared memory", [] { return shmget(IPC_PRIVATE, 1, 0600) >= 0; }},
+    Attempt{"a message queue", [] { return msgget(IPC_PRIVATE, 0600) >= 0; }},
+    Attempt{"namespaces", [] { return unshare(CLONE_NEWUSER) == 0; }},
+    Attempt{"the system's files", [] { return opens("/etc/passwd", O_RDONLY); }},
+    Attempt{"the tasks", [] { return opens("/srv/download", O_RDONLY); }},
+    Attempt{"programs", [] { return opens("/usr/bin/true", O_RDONLY); }},
+    Attempt{"processes", [] { return opens("/proc/self/status", O_RDONLY); }},
+    Attempt{"a new file", [] { return opens("new", O_WRONLY | O_CREAT); }},
+};
+
+/// Runs as the worker: says what it could do, what it holds, and whether it could start a thread. The last attempt
+/// first: some change what is possible.
+int tryEverything() {
+    for (auto attempt = kAttempts.rbegin(); attempt != kAttempts.rend(); ++attempt) {
+        if (attempt->succeeds()) { dprintf(STDERR_FILENO, "%s\n", attempt->name); }
+    }
+    for (int number = 0; number < 64; ++number) {
+        if (fcntl(number, F_GETFD) >= 0) { dprintf(STDERR_FILENO, "%d ", number); }
+    }
+    std::thread([] { dprintf(STDERR_FILENO, "thread"); }).join();
+    return 0;
+}
+
+Worker worker(const std::string& act) {
+    Worker worker;
+    worker.argv = {std::filesystem::canonical("/proc/self/exe"), act, std::to_string(getpid())};
+    worker.deadlineSeconds = 20;
+    return worker;
+}
+
+Descriptor newFile() { return Descriptor(open("/srv", O_RDWR | O_TMPFILE | O_CLOEXEC, 0600)); }
+
+TEST(Sandbox, leavesAWorkerItsDescriptorsAndThreads) {
+    stranger = getpid();
+    const Descriptor input(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const Outcome outcome = runSandboxed(worker("tryEverything"), input.get(), newFile().get());
+    EXPECT_TRUE(outcome.succeeded()) << outcome.status;
+    EXPECT_EQ(outcome.said, "0 1 2 thread");
+    for (const Attempt& attempt : kAttempts) { // each can be done, but for the sandbox
+        const pid_t pid = fork();
+        if (pid == 0) { _exit(attempt.succeeds() ? 0 : 1); }
+        int status = -1;
+        waitpid(pid, &status, 0);
+        EXPECT_EQ(status, 0) << attempt.name;
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const std::string act = argc == 3 ? argv[1] : "";
+    if (act.empty()) {
+        prepareProcess();
+        testing::InitGoogleTest(&argc, argv);
+        return RUN_ALL_TESTS();
+    }
+    stranger = std::stoi(argv[2]);
+    return tryEverything();
+}
