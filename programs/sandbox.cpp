@@ -27,7 +27,7 @@ constexpr int kLastSignal = 31;
 constexpr int kSignalBase = 128;  // how the sandbox program passes on the signal that ended the worker
 constexpr int kCannotStart = 127; // of the child, before the sandbox program ran
 constexpr const char* kSandboxProgram = "/usr/bin/bwrap";
-constexpr int kFilterDescriptor = STDERR_FILENO + 1; // read by the sandbox program, and closed
+constexpr int kFilterDescriptor = kLifeline + 1; // read by the sandbox program, and closed
 
 sigset_t endingSignals() {
     sigset_t set;
@@ -90,6 +90,13 @@ bool placeDescriptors(std::vector<int> numbers) {
     return close_range(static_cast<unsigned>(count), ~0U, 0) == 0;
 }
 
+/// From here on the kernel kills this process group when nobody holds the reading end of that pipe any more. A signal
+/// at the parent's death, which each process must ask for, would leave alone those that have just been started.
+bool dieWithReaderOf(int pipe) {
+    return fcntl(pipe, F_SETOWN, -getpgrp()) == 0 && fcntl(pipe, F_SETSIG, SIGKILL) == 0 &&
+           fcntl(pipe, F_SETFL, O_ASYNC) == 0;
+}
+
 void resetSignals() {
     for (int signal = kFirstSignal; signal <= kLastSignal; ++signal) {
         std::signal(signal, SIG_DFL); // NOLINT(cert-err33-c): two of them cannot be set
@@ -114,17 +121,18 @@ struct Child {
     pid_t pid = -1;
     Descriptor handle;
     Descriptor messages;
+    Descriptor lifeline;
 };
 
 /// What becomes the worker. It leads a session and process group of its own, so it has no terminal to push input into.
-[[noreturn]] void becomeWorker(const Worker& worker, pid_t parent, const std::vector<int>& descriptors) {
+[[noreturn]] void becomeWorker(const Worker& worker, const std::vector<int>& descriptors) {
     std::vector<std::string> arguments = VEXODL_BUBBLEWRAP ? sandboxArguments(worker) : worker.argv;
     std::vector<std::string> variables = worker.environment;
     const std::vector<char*> argv = pointers(arguments);
     const std::vector<char*> environment = pointers(variables);
     resetSignals();
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() == parent && setsid() >= 0 && limitResources(worker) && placeDescriptors(descriptors)) {
+    if (setsid() >= 0 && prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 && dieWithReaderOf(descriptors[kLifeline]) &&
+        limitResources(worker) && placeDescriptors(descriptors)) {
         execve(argv[0], argv.data(), environment.data());
         dprintf(STDERR_FILENO, "%s: %s\n", argv[0], std::strerror(errno)); // NOLINT(concurrency-mt-unsafe)
     }
@@ -134,25 +142,25 @@ struct Child {
 /// The filter is made while the child starts, which waits for it.
 Child start(const Worker& worker, int input, int output) {
     Pipe messages = makePipe();
+    Pipe lifeline = makePipe();
     Pipe filter = makePipe();
-    if (!messages.writing || !filter.writing) {
+    if (!messages.writing || !lifeline.writing || !filter.writing) {
         return {};
     }
-    std::vector<int> descriptors = {input, output, messages.writing.get()};
+    std::vector<int> descriptors = {input, output, messages.writing.get(), lifeline.writing.get()};
     if (VEXODL_BUBBLEWRAP) {
         descriptors.push_back(filter.reading.get());
     }
-    const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid == 0) {
-        becomeWorker(worker, parent, descriptors);
+        becomeWorker(worker, descriptors);
     }
     if (pid > 0 && VEXODL_BUBBLEWRAP && !writeWorkerFilter(filter.writing.get())) {
         kill(pid, SIGKILL);
     }
     fcntl(messages.reading.get(), F_SETFL, O_NONBLOCK);
     Descriptor handle(pid > 0 ? static_cast<int>(syscall(SYS_pidfd_open, pid, 0)) : -1);
-    return {pid, std::move(handle), std::move(messages.reading)};
+    return {pid, std::move(handle), std::move(messages.reading), std::move(lifeline.reading)};
 }
 
 /// Keeps the end of what the child says.
@@ -214,13 +222,15 @@ void watch(const Child& child, int signals, unsigned seconds, Messages& messages
     }
 }
 
-/// The group is killed while its leader cannot have been replaced by another process: before it is reaped.
+/// To be called while the number is still the group's: before the child is reaped. A child that has just been forked
+/// leads no group yet.
+void killAll(const Child& child) {
+    kill(child.pid, SIGKILL);
+    kill(-child.pid, SIGKILL);
+}
+
 int reap(const Child& child) {
     int status = 0;
-    siginfo_t ended = {};
-    kill(-child.pid, SIGKILL);
-    while (waitid(P_PID, static_cast<id_t>(child.pid), &ended, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
-    }
     while (waitpid(child.pid, &status, 0) < 0 && errno == EINTR) {
     }
     return status;
@@ -265,6 +275,7 @@ Outcome runSandboxed(const Worker& worker, int input, int output) {
     }
     Messages messages;
     watch(child, signals.get(), worker.deadlineSeconds, messages, outcome);
+    killAll(child);
     const int status = reap(child);
     while (messages.readFrom(child.messages.get())) {
     }

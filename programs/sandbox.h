@@ -5,9 +5,12 @@
 #include <string>
 #include <vector>
 
+/// The descriptor of a worker that ties its life to this process, which it does not outlive.
+constexpr int kLifeline = 3;
+
 /// A program that decodes, and what it may have: an empty root into which only the system's libraries and `visible` are
-/// bound read-only, the system calls of workerFilter.h, so no network and no process but its own, and three
-/// descriptors: the input as 0, the output as 1, and what it says, collected, as 2.
+/// bound read-only, the system calls of workerFilter.h, so no network and no process but its own, and four descriptors:
+/// the input as 0, the output as 1, what it says, collected, as 2, and kLifeline.
 struct Worker {
     std::vector<std::string> argv;    ///< program and arguments; the program needs an absolute path
     std::vector<std::string> visible; ///< further files and folders it may read; those that do not exist are left out
@@ -37,7 +40,7 @@ struct Outcome {
 };
 
 /// Runs the worker to its end. From here on SIGTERM, SIGINT and SIGHUP no longer end this process at once: they end the
-/// worker and are told by the outcome. The worker also dies with this process, whatever kills it.
+/// worker and are told by the outcome. The worker also dies with this process, whatever kills it at whatever moment.
 Outcome runSandboxed(const Worker& worker, int input, int output);
 
 /// Prepares a process for the functions above: descriptors 0 to 2 are open, children can be waited for, and this

@@ -90,7 +90,7 @@ TEST(Sandbox, leavesAWorkerItsDescriptorsAndThreads) {
     const Descriptor input(open("/dev/null", O_RDONLY | O_CLOEXEC));
     const Outcome outcome = runSandboxed(worker("tryEverything"), input.get(), newFile().get());
     EXPECT_TRUE(outcome.succeeded()) << outcome.status;
-    EXPECT_EQ(outcome.said, "0 1 2 thread");
+    EXPECT_EQ(outcome.said, "0 1 2 3 thread");
     for (const Attempt& attempt : kAttempts) { // each can be done, but for the sandbox
         const pid_t pid = fork();
         if (pid == 0) { _exit(attempt.succeeds() ? 0 : 1); }
@@ -98,6 +98,35 @@ TEST(Sandbox, leavesAWorkerItsDescriptorsAndThreads) {
         waitpid(pid, &status, 0);
         EXPECT_EQ(status, 0) << attempt.name;
     }
+}
+
+/// Every process of a sandbox holds its output; here that is a pipe, which hangs up with the last of them.
+TEST(Sandbox, diesWithItsCallerAtAnyMoment) {
+    for (int moment = 0; moment < 160; ++moment) {
+        const int signal = moment % 2 == 0 ? SIGKILL : SIGTERM;
+        const std::chrono::microseconds delay(75 * moment);
+        std::array<int, 2> pipe = {};
+        ASSERT_EQ(pipe2(pipe.data(), O_CLOEXEC), 0);
+        const pid_t caller = fork();
+        if (caller == 0) {
+            runSandboxed(worker("stay"), pipe[0], pipe[1]);
+            _exit(0);
+        }
+        close(pipe[1]);
+        std::this_thread::sleep_for(delay);
+        kill(caller, signal);
+        pollfd end = {pipe[0], 0, 0};
+        EXPECT_EQ(poll(&end, 1, 5000), 1) << "signal " << signal << " after " << delay.count() << " us";
+        kill(caller, SIGKILL);
+        waitpid(caller, nullptr, 0);
+        close(pipe[0]);
+    }
+}
+
+/// Stays for longer than its caller may.
+int stay() {
+    std::this_thread::sleep_for(std::chrono::seconds(30));
+    return 1;
 }
 
 } // namespace
@@ -110,5 +139,5 @@ int main(int argc, char** argv) {
         return RUN_ALL_TESTS();
     }
     stranger = std::stoi(argv[2]);
-    return tryEverything();
+    return act == "tryEverything" ? tryEverything() : stay();
 }
