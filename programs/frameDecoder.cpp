@@ -2,12 +2,13 @@
 //
 //   frameDecoder SECOND <VIDEO >PICTURE
 //
-// VIDEO is read by its descriptor, in any order; PICTURE is a JPEG. Exit status 0 when PICTURE is whole, else 1 with
-// the reason as the last line on standard error.
+// VIDEO is read by its descriptor, in any order; PICTURE is a JPEG. One byte on descriptor 3, and then exit status 0,
+// tell that PICTURE is whole; else the exit status is 1, with the reason as the last line on standard error.
 
 #include "programs/frameSearch.h"
 #include "programs/jpegPicture.h"
 #include "programs/messages.h"
+#include "programs/sandbox.h"
 
 #include <unistd.h>
 
@@ -33,6 +34,7 @@ void makePicture(int second) {
     VideoFile file(STDIN_FILENO);
     const Libav<AVPacket> picture = makeJpeg(findFrame(file, second), file.video());
     writeAll(picture->data, static_cast<std::size_t>(picture->size));
+    (void)!write(kLifeline, "", 1); // without one who listens there, the exit status tells
 }
 
 int fail(const char* what) {

@@ -84,8 +84,7 @@ bool NewPicture::isComplete() const {
 }
 
 bool NewPicture::publish() {
-    if (fsync(file_.get()) != 0 ||
-        renameat(directory_.get(), hiddenName_.c_str(), directory_.get(), name_.c_str()) != 0) {
+    if (renameat(directory_.get(), hiddenName_.c_str(), directory_.get(), name_.c_str()) != 0) {
         return false;
     }
     hiddenName_.clear();

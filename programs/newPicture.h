@@ -21,7 +21,8 @@ public:
     /// Whether the file is a JPEG picture from its start to its end marker.
     [[nodiscard]] bool isComplete() const;
 
-    /// Makes the file durable and gives it its name, replacing what has it. False with errno set on failure.
+    /// Gives the file, which is on the disk already, its name, replacing what has it, and makes that durable. False
+    /// with errno set on failure.
     bool publish();
 
 private:

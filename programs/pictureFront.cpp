@@ -50,7 +50,9 @@ int makeIn(const PictureOrder& order, const Descriptor& input, const Worker& wor
     if (!picture.isComplete()) {
         return fail(order, kNoPicture, "the decoder wrote no whole picture");
     }
-    return picture.publish() ? kMade : fail(order, kBadOutput, systemError("cannot store the picture"));
+    errno = outcome.storeError;
+    const bool stored = errno == 0 && picture.publish();
+    return stored ? kMade : fail(order, kBadOutput, systemError("cannot store the picture"));
 }
 
 } // namespace

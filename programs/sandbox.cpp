@@ -8,6 +8,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
@@ -198,28 +199,49 @@ int millisecondsUntil(Clock::time_point deadline) {
     return left > 0 ? static_cast<int>(left) : 0;
 }
 
-/// Waits for the child's end, the deadline or a signal; `outcome` says which of the last two it was.
-void watch(const Child& child, int signals, unsigned seconds, Messages& messages, Outcome& outcome) {
+bool conclude(Outcome& outcome, Outcome::End end, int status) {
+    outcome.end = end;
+    outcome.status = status;
+    return true;
+}
+
+/// Waits for the worker's word that its output is whole, the child's end, the deadline or a signal.
+///
+/// @return whether `outcome` says how it ended; else the child's exit status does.
+bool watch(const Child& child, int signals, unsigned seconds, Messages& messages, Outcome& outcome) {
     const Clock::time_point deadline = Clock::now() + std::chrono::seconds(seconds);
-    std::array<pollfd, 3> watched = {
-        {{child.handle.get(), POLLIN, 0}, {signals, POLLIN, 0}, {child.messages.get(), POLLIN, 0}}};
-    while (watched[0].revents == 0) {
-        const int ready = poll(watched.data(), watched.size(), millisecondsUntil(deadline));
+    std::array<pollfd, 4> watched = {{{child.handle.get(), POLLIN, 0},
+                                      {signals, POLLIN, 0},
+                                      {child.messages.get(), POLLIN, 0},
+                                      {child.lifeline.get(), POLLIN, 0}}};
+    auto& [ended, signal, message, lifeline] = watched;
+    while (ended.revents == 0) {
+        const bool any = poll(watched.data(), watched.size(), millisecondsUntil(deadline)) > 0;
         signalfd_siginfo received = {};
-        if (ready > 0 && watched[1].revents != 0 && read(signals, &received, sizeof received) > 0) {
-            outcome.end = Outcome::End::interrupted;
-            outcome.status = static_cast<int>(received.ssi_signo);
-            return;
+        if (any && signal.revents != 0 && read(signals, &received, sizeof received) > 0) {
+            return conclude(outcome, Outcome::End::interrupted, static_cast<int>(received.ssi_signo));
         }
         if (Clock::now() >= deadline) {
-            outcome.end = Outcome::End::deadline;
-            outcome.status = static_cast<int>(seconds);
-            return;
+            return conclude(outcome, Outcome::End::deadline, static_cast<int>(seconds));
         }
-        if (ready > 0 && watched[2].revents != 0 && !messages.readFrom(child.messages.get())) {
-            watched[2].fd = -1;
+        if (any && (lifeline.revents & POLLIN) != 0) {
+            return conclude(outcome, Outcome::End::exited, EXIT_SUCCESS);
+        }
+        if (any && lifeline.revents != 0) {
+            lifeline.fd = -1;
+        }
+        if (any && message.revents != 0 && !messages.readFrom(child.messages.get())) {
+            message.fd = -1;
         }
     }
+    return false;
+}
+
+/// Puts what the worker wrote on the disk. An empty output is a failed worker's.
+int store(int output) {
+    struct stat status = {};
+    const bool stored = fstat(output, &status) == 0 && (status.st_size == 0 || fsync(output) == 0);
+    return stored ? 0 : errno;
 }
 
 /// To be called while the number is still the group's: before the child is reaped. A child that has just been forked
@@ -227,6 +249,13 @@ void watch(const Child& child, int signals, unsigned seconds, Messages& messages
 void killAll(const Child& child) {
     kill(child.pid, SIGKILL);
     kill(-child.pid, SIGKILL);
+}
+
+/// Every process of the worker holds the lifeline until it can write no more.
+void awaitSilence(const Child& child) {
+    pollfd lifeline = {child.lifeline.get(), 0, 0};
+    while (poll(&lifeline, 1, -1) < 0 && errno == EINTR) {
+    }
 }
 
 int reap(const Child& child) {
@@ -274,13 +303,17 @@ Outcome runSandboxed(const Worker& worker, int input, int output) {
         return outcome;
     }
     Messages messages;
-    watch(child, signals.get(), worker.deadlineSeconds, messages, outcome);
+    const bool known = watch(child, signals.get(), worker.deadlineSeconds, messages, outcome);
     killAll(child);
+    if (!known || outcome.succeeded()) {
+        outcome.storeError = store(output); // while the processes of the sandbox die
+        awaitSilence(child);
+    }
     const int status = reap(child);
     while (messages.readFrom(child.messages.get())) {
     }
     outcome.said = messages.asOneLine();
-    if (outcome.end != Outcome::End::deadline && outcome.end != Outcome::End::interrupted) {
+    if (!known) {
         judge(status, outcome);
     }
     return outcome;

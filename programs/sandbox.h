@@ -5,12 +5,13 @@
 #include <string>
 #include <vector>
 
-/// The descriptor of a worker that ties its life to this process, which it does not outlive.
+/// The descriptor of a worker that ties its life to this process, which it does not outlive. With one byte written
+/// there it can say that its output is whole: it is then ended, its exit status 0.
 constexpr int kLifeline = 3;
 
 /// A program that decodes, and what it may have: an empty root into which only the system's libraries and `visible` are
 /// bound read-only, the system calls of workerFilter.h, so no network and no process but its own, and four descriptors:
-/// the input as 0, the output as 1, what it says, collected, as 2, and kLifeline.
+/// the input as 0, the output, a regular file, as 1, what it says, collected, as 2, and kLifeline.
 struct Worker {
     std::vector<std::string> argv;    ///< program and arguments; the program needs an absolute path
     std::vector<std::string> visible; ///< further files and folders it may read; those that do not exist are left out
@@ -32,7 +33,8 @@ struct Outcome {
     };
     End end = End::noSandbox;
     int status = 0;
-    std::string said; ///< the end of what it said, its lines joined by "; "; at most 300 bytes
+    std::string said;   ///< the end of what it said, its lines joined by "; "; at most 300 bytes
+    int storeError = 0; ///< of an exited worker: 0 when all that it wrote is on the disk, else the errno
 
     [[nodiscard]] bool succeeded() const { return end == End::exited && status == 0; }
     /// "the time limit of 60 s" and the like when a limit ended the worker, else empty.

@@ -100,6 +100,20 @@ TEST(Sandbox, leavesAWorkerItsDescriptorsAndThreads) {
     }
 }
 
+TEST(Sandbox, endsAWorkerThatStays) {
+    struct Case { const char* act; unsigned seconds; bool succeeds; const char* limit; };
+    const Descriptor input(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    for (const Case& c : {Case{"writeAndStay", 20, true, ""}, {"stay", 1, false, "the time limit of 1 s"}}) {
+        const Descriptor output = newFile();
+        Worker order = worker(c.act);
+        order.deadlineSeconds = c.seconds;
+        const Outcome outcome = runSandboxed(order, input.get(), output.get());
+        EXPECT_EQ(outcome.succeeded(), c.succeeds) << c.act;
+        EXPECT_EQ(outcome.limit(), c.limit) << c.act;
+        EXPECT_EQ(lseek(output.get(), 0, SEEK_END), c.succeeds ? 5 : 0) << c.act;
+    }
+}
+
 /// Every process of a sandbox holds its output; here that is a pipe, which hangs up with the last of them.
 TEST(Sandbox, diesWithItsCallerAtAnyMoment) {
     for (int moment = 0; moment < 160; ++moment) {
@@ -129,6 +143,10 @@ int stay() {
     return 1;
 }
 
+int writeAndStay() {
+    return write(STDOUT_FILENO, "whole", 5) == 5 && write(kLifeline, "", 1) == 1 ? stay() : 1;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -139,5 +157,5 @@ int main(int argc, char** argv) {
         return RUN_ALL_TESTS();
     }
     stranger = std::stoi(argv[2]);
-    return act == "tryEverything" ? tryEverything() : stay();
+    return act == "tryEverything" ? tryEverything() : act == "writeAndStay" ? writeAndStay() : stay();
 }
