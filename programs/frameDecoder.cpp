@@ -10,14 +10,34 @@
 #include "programs/messages.h"
 #include "programs/sandbox.h"
 
+#include <malloc.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <new>
 
 namespace {
+
+/// Frames are large and soon given back. Memory that comes from the kernel once and in large pages, where it has them,
+/// saves a quarter of the time of a picture.
+void prepareMemory() {
+    constexpr int kArea = 32 << 20; // the most that the C library keeps for itself; touched only where it is used
+    constexpr std::size_t kLargePage = 2 << 20;
+    mallopt(M_MMAP_THRESHOLD, kArea);
+    mallopt(M_TOP_PAD, kArea);
+    mallopt(M_TRIM_THRESHOLD, 2 * kArea);
+    std::size_t size = kArea - kLargePage;
+    void* const area = std::malloc(size);
+    void* begin = area;
+    if (std::align(kLargePage, kLargePage, begin, size) != nullptr) {
+        madvise(begin, size, MADV_HUGEPAGE);
+    }
+    std::free(area);
+}
 
 void writeAll(const std::uint8_t* data, std::size_t size) {
     while (size > 0) {
@@ -49,6 +69,7 @@ int main(int argc, char** argv) {
     if (argc != 2) {
         return fail("usage: frameDecoder SECOND <VIDEO >PICTURE");
     }
+    prepareMemory();
     collectMessages();
     try {
         makePicture(std::atoi(argv[1])); // NOLINT(cert-err34-c): ffmpeg has checked it
