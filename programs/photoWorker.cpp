@@ -1,5 +1,6 @@
 #include "programs/photoWorker.h"
 
+#include "programs/gifOutline.h"
 #include "programs/jpegOutline.h"
 
 #include <unistd.h>
@@ -67,6 +68,9 @@ std::variant<Worker, Refusal> photoWorker(int input) {
     const char* coder = coderOf(input);
     if (coder == nullptr) {
         return Refusal{kNoPicture, "not a picture format that is decoded"};
+    }
+    if (coder == "gif"sv && !holdsWholeGif(input)) {
+        return Refusal{kNoPicture, "the picture is cut short"};
     }
     Worker worker;
     worker.argv = {"/usr/bin/convert-im6.q16"};

@@ -71,7 +71,7 @@ TEST_F(ConvertThumb, turnsThePictureUpright) {
     }
 }
 
-/// Cut at twenty lengths. A file that has its full size but zeros at the end shows that only by an end mark.
+/// Cut at twenty lengths, and within the last bytes. A file that has its full size but zeros at the end shows that only by an end mark.
 TEST_F(ConvertThumb, showsAPhotoCutShortWholeOrNotAtAll) {
     for (const auto& [coder, hasEndMark] : std::vector<std::pair<std::string, bool>>{
              {"jpeg", true}, {"pjpeg", true}, {"png", true}, {"gif", true}, {"bmp", false}, {"tiff", false},
@@ -80,9 +80,10 @@ TEST_F(ConvertThumb, showsAPhotoCutShortWholeOrNotAtAll) {
         const std::string bytes = readFile("whole");
         const std::string whole = madeOfBytes(bytes);
         EXPECT_NE(whole, "") << coder;
-        for (std::size_t length = 0; length < bytes.size(); length += bytes.size() / 20) {
+        for (std::size_t at = 0; at < 25; ++at) {
+            const std::size_t length = at < 20 ? bytes.size() * at / 20 : bytes.size() + 19 - at;
             std::string cut = bytes.substr(0, length);
-            cut.resize(hasEndMark && length % 2 == 0 ? bytes.size() : length);
+            cut.resize(hasEndMark && at % 2 == 0 ? bytes.size() : length);
             const std::string shown = madeOfBytes(cut);
             EXPECT_TRUE(shown.empty() || shown == whole) << coder << " at " << length;
         }
