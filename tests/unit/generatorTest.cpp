@@ -181,6 +181,24 @@ TEST_F(GeneratorTest, RanksCandidates) {
     EXPECT_EQ(ranked(json(R"({"files":[{"length":9}],"fileStats":{"0":{"wanted":true}}})"), {0}, kPhoto), std::vector<int>());
 }
 
+TEST_F(GeneratorTest, RanksCandidatesFarApart) {
+    Json::Value torrent = item(Texts(400, "{}"));
+    for (int index = 0; index < 400; ++index) { // every third is wanted
+        torrent["files"][index]["length"] = index * 149 % 400;
+        torrent["fileStats"][index]["wanted"] = index % 3 == 0;
+    }
+    const struct { int first; int step; std::vector<int> best; } cases[] = {
+        {0, 1, {51, 102, 153, 204, 255}}, {399, -1, {51, 102, 153, 204, 255}}, {0, 7, {357, 126, 252, 21, 378}},
+        {0, 39, {351, 273, 195, 117, 39}}, {399, -39, {204, 126, 48, 399, 321}}};
+    for (const auto& each : cases) {
+        std::vector<int> candidates;
+        for (int index = each.first; index >= 0 && index < 400; index += each.step) {
+            candidates.push_back(index);
+        }
+        EXPECT_EQ(ranked(torrent, candidates, kPhoto), each.best) << each.first << " and every " << each.step;
+    }
+}
+
 TEST_F(GeneratorTest, PlansAndCounts) {
     const auto count = CALL(getTotalThumbnailNumber());
     Texts many(7, kFilm);
