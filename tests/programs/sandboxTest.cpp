@@ -1,5 +1,5 @@
-#include "programs/descriptor.h"
 #include "programs/sandbox.h"
+#include "programs/descriptor.h"
 #include "tests/host/caller.h"
 #include "tests/programs/programRun.h"
 
