@@ -90,6 +90,7 @@ public:
             return;
         }
         entries_.reserve(files.size());
+        names_.reserve(files.size() * kUsualNameBytes);
         int fileIndex = 0;
         for (auto file = files.begin(); file != files.end(); ++file, ++fileIndex) {
             const std::string_view name = toText(member(*file, "name"));
@@ -112,6 +113,8 @@ public:
     const char* text(std::size_t place) const { return names_.c_str() + place; }
 
 private:
+    static constexpr std::size_t kUsualNameBytes = 80; ///< longer ones make the text grow
+
     std::vector<Entry> entries_;
     std::string names_; ///< one behind the other, each with its terminator
 };
