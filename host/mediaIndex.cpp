@@ -27,7 +27,7 @@ constexpr Word wordOf(std::string_view text) {
 }
 
 template <std::size_t Size>
-constexpr std::array<Word, Size> wordsOf(const char* const (&extensions)[Size]) {
+constexpr std::array<Word, Size> wordsOf(const std::array<const char*, Size>& extensions) {
     std::array<Word, Size> words = {};
     for (std::size_t at = 0; at < Size; ++at) {
         words[at] = wordOf(extensions[at]);
@@ -39,15 +39,15 @@ constexpr std::array<Word, Size> wordsOf(const char* const (&extensions)[Size]) 
 // disk images and camera raw formats are therefore left out.
 
 constexpr auto kVideo =
-    wordsOf({"3g2", "3gp", "asf",  "avi", "divx", "dv",  "dvr-ms", "f4v",  "flv", "m1v", "m2t", "m2ts",
-             "m2v", "m4v", "mkv",  "mov", "mp4",  "mpe", "mpeg",   "mpg",  "mts", "mxf", "ogm", "ogv",
-             "qt",  "rm",  "rmvb", "tp",  "trp",  "ts",  "vob",    "webm", "wmv", "wtv"});
+    wordsOf(std::array{"3g2", "3gp", "asf",  "avi", "divx", "dv",  "dvr-ms", "f4v",  "flv", "m1v", "m2t", "m2ts",
+                       "m2v", "m4v", "mkv",  "mov", "mp4",  "mpe", "mpeg",   "mpg",  "mts", "mxf", "ogm", "ogv",
+                       "qt",  "rm",  "rmvb", "tp",  "trp",  "ts",  "vob",    "webm", "wmv", "wtv"});
 
-constexpr auto kPhoto =
-    wordsOf({"avif", "bmp", "dib", "gif", "heic", "heif", "jfif", "jpe", "jpeg", "jpg", "png", "tif", "tiff", "webp"});
+constexpr auto kPhoto = wordsOf(std::array{"avif", "bmp", "dib", "gif", "heic", "heif", "jfif", "jpe", "jpeg", "jpg",
+                                           "png", "tif", "tiff", "webp"});
 
-constexpr auto kSubtitle = wordsOf({"ass", "dfxp", "idx", "lrc", "mks", "pjs", "sami", "sbv", "smi", "srt", "ssa",
-                                    "stl", "sub", "sup", "ttml", "vtt"});
+constexpr auto kSubtitle = wordsOf(std::array{"ass", "dfxp", "idx", "lrc", "mks", "pjs", "sami", "sbv", "smi", "srt",
+                                              "ssa", "stl", "sub", "sup", "ttml", "vtt"});
 
 template <typename List>
 bool holds(const List& list, std::string_view extension) {
