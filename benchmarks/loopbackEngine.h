@@ -1,5 +1,4 @@
-#ifndef VEXODL_BENCHMARKS_LOOPBACK_ENGINE_H
-#define VEXODL_BENCHMARKS_LOOPBACK_ENGINE_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -20,5 +19,3 @@ public:
 private:
     pid_t process_;
 };
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef VEXODL_BENCHMARKS_MEDIAN_H
-#define VEXODL_BENCHMARKS_MEDIAN_H
+#pragma once
 
 #include <algorithm>
 #include <chrono>
@@ -34,5 +33,3 @@ double processorSecondsOf(const Work& work) {
     work();
     return now() - start;
 }
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef VEXODL_BENCHMARKS_TORRENT_ITEM_H
-#define VEXODL_BENCHMARKS_TORRENT_ITEM_H
+#pragma once
 
 #include <json/value.h>
 
@@ -17,5 +16,3 @@ std::string answerOfFiles(int task, int files);
 
 /// Reads an answer as the host layer does; ends the program when it is no JSON.
 Json::Value parsed(const std::string& answer);
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef VEXODL_HOST_CHILD_PROCESS_H
-#define VEXODL_HOST_CHILD_PROCESS_H
+#pragma once
 
 #include <chrono>
 #include <cstddef>
@@ -39,5 +38,3 @@ struct ChildReport {
 ChildReport runChild(const char* path, char* const* argv, Keep keep, std::chrono::nanoseconds deadline) noexcept;
 
 } // namespace host
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef VEXODL_HOST_LAUNCHER_H
-#define VEXODL_HOST_LAUNCHER_H
+#pragma once
 
 #include <array>
 #include <cerrno>
@@ -40,5 +39,3 @@ struct LaunchOrder {
 pid_t startLauncher(LaunchOrder& order, int* pidfd);
 
 } // namespace host
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef VEXODL_HOST_RAW_SYSTEM_CALL_H
-#define VEXODL_HOST_RAW_SYSTEM_CALL_H
+#pragma once
 
 #include <sys/syscall.h>
 
@@ -83,5 +82,3 @@ inline long rawClone(unsigned long flags, long stackEnd, long parentTid, void (*
 #endif
 
 } // namespace host
-
-#endif

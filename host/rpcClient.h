@@ -1,5 +1,4 @@
-#ifndef VEXODL_HOST_RPC_CLIENT_H
-#define VEXODL_HOST_RPC_CLIENT_H
+#pragma once
 
 #include <curl/curl.h>
 #include <json/value.h>
@@ -54,5 +53,3 @@ private:
 };
 
 } // namespace host
-
-#endif

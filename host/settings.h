@@ -1,5 +1,4 @@
-#ifndef VEXODL_HOST_SETTINGS_H
-#define VEXODL_HOST_SETTINGS_H
+#pragma once
 
 #include <cstdlib>
 #include <string>
@@ -14,5 +13,3 @@ inline std::string setting(const char* name, const char* fallback) {
 }
 
 } // namespace host
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef VEXODL_HOST_SYSTEM_LOG_H
-#define VEXODL_HOST_SYSTEM_LOG_H
+#pragma once
 
 #include <string_view>
 
@@ -12,5 +11,3 @@ namespace host {
 void logFailure(std::string_view area, std::string_view what);
 
 } // namespace host
-
-#endif

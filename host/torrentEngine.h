@@ -1,5 +1,4 @@
-#ifndef VEXODL_HOST_TORRENT_ENGINE_H
-#define VEXODL_HOST_TORRENT_ENGINE_H
+#pragma once
 
 #include "host/rpcClient.h"
 
@@ -24,5 +23,3 @@ struct EngineSettings {
 Json::Value askForTaskTorrent(const EngineSettings& settings, int taskId, const Json::Value& fields);
 
 } // namespace host
-
-#endif

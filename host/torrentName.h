@@ -1,5 +1,4 @@
-#ifndef VEXODL_HOST_TORRENT_NAME_H
-#define VEXODL_HOST_TORRENT_NAME_H
+#pragma once
 
 #include <optional>
 #include <string>
@@ -25,5 +24,3 @@ bool staysBelow(std::string_view name);
 std::optional<std::string> otherNameOnDisk(const std::string& directory, std::string_view name);
 
 } // namespace host
-
-#endif

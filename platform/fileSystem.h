@@ -1,5 +1,4 @@
-#ifndef VEXODL_PLATFORM_FILE_SYSTEM_H
-#define VEXODL_PLATFORM_FILE_SYSTEM_H
+#pragma once
 
 #include <sys/types.h>
 
@@ -27,5 +26,3 @@ int VEXOFSMkdirP(const char* path, const char* base, int parents, int uid, int g
 }
 #endif
 #pragma GCC visibility pop
-
-#endif

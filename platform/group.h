@@ -1,5 +1,4 @@
-#ifndef VEXODL_PLATFORM_GROUP_H
-#define VEXODL_PLATFORM_GROUP_H
+#pragma once
 
 #pragma GCC visibility push(default)
 #ifdef __cplusplus
@@ -21,5 +20,3 @@ int VLIBGroupIsAdminGroupMemByUid(unsigned int uid, int flag);
 }
 #endif
 #pragma GCC visibility pop
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef VEXODL_PLATFORM_MEDIA_INDEX_H
-#define VEXODL_PLATFORM_MEDIA_INDEX_H
+#pragma once
 
 #pragma GCC visibility push(default)
 #ifdef __cplusplus
@@ -23,5 +22,3 @@ int BlVEXOIndexIsSubtitleFile(const char* name);
 }
 #endif
 #pragma GCC visibility pop
-
-#endif

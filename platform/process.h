@@ -1,5 +1,4 @@
-#ifndef VEXODL_PLATFORM_PROCESS_H
-#define VEXODL_PLATFORM_PROCESS_H
+#pragma once
 
 #pragma GCC visibility push(default)
 #ifdef __cplusplus
@@ -43,5 +42,3 @@ int VLIBCExecv(const char* path, char* const argv[], int flag);
 }
 #endif
 #pragma GCC visibility pop
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef VEXODL_PLATFORM_PROCESS_RUNNER_H
-#define VEXODL_PLATFORM_PROCESS_RUNNER_H
+#pragma once
 
 #include <string>
 #include <vector>
@@ -47,5 +46,3 @@ private:
 } // namespace VEXOUtils
 
 #pragma GCC visibility pop
-
-#endif

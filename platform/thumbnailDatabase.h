@@ -1,5 +1,4 @@
-#ifndef VEXODL_PLATFORM_THUMBNAIL_DATABASE_H
-#define VEXODL_PLATFORM_THUMBNAIL_DATABASE_H
+#pragma once
 
 #include <json/value.h>
 
@@ -26,5 +25,3 @@ int DownloadThumbnailDBGetByTaskId(int taskId, Json::Value* reply);
 int DownloadThumbnailDBCreate(Json::Value* row);
 
 #pragma GCC visibility pop
-
-#endif

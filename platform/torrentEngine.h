@@ -1,5 +1,4 @@
-#ifndef VEXODL_PLATFORM_TORRENT_ENGINE_H
-#define VEXODL_PLATFORM_TORRENT_ENGINE_H
+#pragma once
 
 #include <json/value.h>
 
@@ -23,5 +22,3 @@
 int VEXODownloadRpcTorrentGet(int taskId, const Json::Value& fields, Json::Value& reply);
 
 #pragma GCC visibility pop
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef VEXODL_THUMBNAIL_JSON_ACCESS_H
-#define VEXODL_THUMBNAIL_JSON_ACCESS_H
+#pragma once
 
 #include <json/value.h>
 
@@ -35,5 +34,3 @@ std::string_view toText(const Json::Value& value);
 bool parse(const std::string& text, Json::Value& value);
 
 } // namespace jsonAccess
-
-#endif

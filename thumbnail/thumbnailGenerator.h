@@ -1,5 +1,4 @@
-#ifndef VEXODL_THUMBNAIL_THUMBNAIL_GENERATOR_H
-#define VEXODL_THUMBNAIL_THUMBNAIL_GENERATOR_H
+#pragma once
 
 #include <json/value.h>
 
@@ -134,5 +133,3 @@ public:
 };
 
 #pragma GCC visibility pop
-
-#endif

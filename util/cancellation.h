@@ -1,5 +1,4 @@
-#ifndef VEXODL_UTIL_CANCELLATION_H
-#define VEXODL_UTIL_CANCELLATION_H
+#pragma once
 
 #include <pthread.h>
 
@@ -17,5 +16,3 @@ public:
 private:
     int before_ = PTHREAD_CANCEL_ENABLE;
 };
-
-#endif

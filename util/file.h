@@ -1,5 +1,4 @@
-#ifndef VEXODL_UTIL_FILE_H
-#define VEXODL_UTIL_FILE_H
+#pragma once
 
 #pragma GCC visibility push(default)
 #ifdef __cplusplus
@@ -44,5 +43,3 @@ int VEXODLQuotaCheck(unsigned int uid, const char* target, unsigned long long si
 }
 #endif
 #pragma GCC visibility pop
-
-#endif

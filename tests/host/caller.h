@@ -1,5 +1,4 @@
-#ifndef VEXODL_TESTS_HOST_CALLER_H
-#define VEXODL_TESTS_HOST_CALLER_H
+#pragma once
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -34,5 +33,3 @@ inline bool inProcess(const std::function<bool()>& step, int count = 1) {
     int status = -1;
     return waitpid(child, &status, 0) == child && status == 0 && others;
 }
-
-#endif

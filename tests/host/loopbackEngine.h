@@ -1,5 +1,4 @@
-#ifndef VEXODL_TESTS_HOST_LOOPBACK_ENGINE_H
-#define VEXODL_TESTS_HOST_LOOPBACK_ENGINE_H
+#pragma once
 
 #include <netinet/in.h>
 #include <unistd.h>
@@ -62,5 +61,3 @@ private:
     const int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     std::thread server_;
 };
-
-#endif

@@ -1,5 +1,4 @@
-#ifndef VEXODL_TESTS_HOST_SANDBOX_H
-#define VEXODL_TESTS_HOST_SANDBOX_H
+#pragma once
 
 #include <cstdlib>
 #include <filesystem>
@@ -23,5 +22,3 @@ struct Sandbox {
 
     std::string root = std::filesystem::temp_directory_path() / "vexodlXXXXXX";
 };
-
-#endif

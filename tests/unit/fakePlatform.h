@@ -1,5 +1,4 @@
-#ifndef VEXODL_TESTS_FAKE_PLATFORM_H
-#define VEXODL_TESTS_FAKE_PLATFORM_H
+#pragma once
 
 #include <json/value.h>
 
@@ -34,5 +33,3 @@ struct FakePlatform {
 extern FakePlatform fake;
 
 Json::Value json(const std::string& text);
-
-#endif
