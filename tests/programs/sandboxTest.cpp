@@ -1,5 +1,5 @@
-#include "programs/sandbox.h"
-#include "programs/descriptor.h"
+#include "programs/picture/sandbox.h"
+#include "programs/front/descriptor.h"
 #include "tests/host/caller.h"
 #include "tests/programs/programRun.h"
 

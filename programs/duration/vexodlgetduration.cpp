@@ -1,0 +1,80 @@
+// vexodlgetduration: prints the length of a media file.
+//
+//   vexodlgetduration --path FILE [--debug_mode]
+//
+// Prints {"duration": N} on standard output: whole seconds, what is left of the last one dropped, but at least 1. An
+// unfinished file gives what its header tells. With --debug_mode the decoder's own messages go to standard error too.
+// Exit status: 0 printed; otherwise nothing is printed, see ExitStatus in diagnosis.h.
+
+#include "programs/duration/mediaDuration.h"
+#include "programs/duration/systemCallFilter.h"
+#include "programs/front/diagnosis.h"
+#include "programs/front/taskInput.h"
+
+#include <fcntl.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+
+namespace {
+
+constexpr const char* kProgram = "vexodlgetduration";
+constexpr const char* kDownloadLink = "/var/services/download";
+
+std::string linkTarget(const char* path) {
+    std::array<char, PATH_MAX> target = {};
+    const ssize_t length = readlink(path, target.data(), target.size());
+    return {target.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
+}
+
+/// A file of a task is opened like every other input of a task; one that lies elsewhere, from the root.
+Descriptor openMedia(const std::string& path) {
+    for (const std::string& downloads : {linkTarget(kDownloadLink), std::string(kDownloadLink)}) {
+        const std::string inDownloads = pathBelow(downloads, path);
+        const std::size_t slash = inDownloads.find('/');
+        if (!downloads.empty() && slash != std::string::npos) {
+            const std::string task = path.substr(0, path.size() - inDownloads.size() + slash);
+            return openTaskInput(openTaskDirectory(task), inDownloads.substr(slash + 1));
+        }
+    }
+    return openRegularFile(path);
+}
+
+int fail(ExitStatus status, const std::string& path, const std::string& what) {
+    report(kProgram, path, what);
+    return status;
+}
+
+int printDuration(const std::string& path, bool verbose) {
+    const Descriptor media = openMedia(path);
+    if (!media) {
+        return fail(kBadInput, path, std::strerror(errno)); // NOLINT(concurrency-mt-unsafe): one thread
+    }
+    openlog(kProgram, LOG_PID | LOG_NDELAY, LOG_USER); // the last socket this process can open
+    if (!allowOnlyReading(media.get())) {
+        return fail(kNoSandbox, path, "the kernel takes no system call filter");
+    }
+    const MediaDuration duration = measureDuration(media.get(), verbose);
+    if (duration.microseconds <= 0) {
+        return fail(kNoPicture, path, duration.error);
+    }
+    const auto seconds = std::max<std::int64_t>(duration.microseconds / 1'000'000, 1);
+    return writeLine(STDOUT_FILENO, "{\"duration\": " + std::to_string(seconds) + "}") ? kMade : kBadOutput;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const bool verbose = argc == 4 && std::strcmp(argv[3], "--debug_mode") == 0;
+    if ((argc != 3 && !verbose) || std::strcmp(argv[1], "--path") != 0) {
+        (void)writeLine(STDERR_FILENO, "usage: vexodlgetduration --path FILE [--debug_mode]");
+        return kUsage;
+    }
+    return printDuration(argv[2], verbose);
+}

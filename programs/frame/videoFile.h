@@ -1,0 +1,69 @@
+#pragma once
+
+#include "programs/media/libav.h"
+
+#include <cstdint>
+#include <optional>
+
+/// One video file, read through a descriptor only: whatever its bytes name, nothing else is ever opened. Every member
+/// may throw NoPicture.
+class VideoFile {
+public:
+    /// Reads the head of the file open as `descriptor` and chooses its video stream: the largest one, a stream marked
+    /// as the default first. An attached cover picture is not a video.
+    explicit VideoFile(int descriptor);
+    VideoFile(const VideoFile&) = delete;
+    VideoFile& operator=(const VideoFile&) = delete;
+    ~VideoFile();
+
+    [[nodiscard]] AVStream& video() const { return *video_; }
+
+    /// The time stamp of the video stream that lies `second` after the start of the file.
+    [[nodiscard]] std::int64_t timeStamp(int second) const;
+
+    /// Goes to a place from which everything from `second` on is read: the key frame before, as a rule.
+    ///
+    /// @return the byte where reading goes on; none where the packets come by an index, or the file cannot be sought
+    /// in:
+    ///         then the first packet's is that byte.
+    std::optional<std::int64_t> seek(int second);
+
+    /// The next packet of the video stream. False at the end, or where nothing more can be read.
+    bool read(AVPacket& packet);
+
+    /// The byte behind all that the last packet took.
+    [[nodiscard]] std::int64_t position() const;
+
+    /// Whether a packet's time is its own. In the other containers it is counted from where reading began, and a hole
+    /// on the way makes it wrong.
+    [[nodiscard]] bool hasTimes() const;
+
+    /// Whether bytes of [begin, end) have not been downloaded yet. A torrent engine fills files in pieces of 16 KiB and
+    /// more, and what it has not written reads as zeros, in a sparse file as in a preallocated one. No video codec
+    /// writes thousands of zeros, but for lossless ones, where this always answers false.
+    [[nodiscard]] bool hasHole(std::int64_t begin, std::int64_t end) const;
+
+    /// Whether the file can be read from `second` to an end that is its true one: no hole, nothing cut off. Where the
+    /// container does not tell its length, an end about `second` or later is taken for true.
+    bool endsWhole(int second);
+
+private:
+    void open();
+    void readHead();
+    bool readFirstTimes();
+    void chooseStream();
+    void setDiscard(AVDiscard others);
+    [[nodiscard]] bool isIndexed() const;
+    [[nodiscard]] std::int64_t startTime() const;
+
+    int descriptor_;
+    std::int64_t size_;
+    std::int64_t offset_ = 0; ///< of the next byte that libav reads
+    AVIOContext* reader_ = nullptr;
+    Libav<AVFormatContext> format_;
+    AVStream* video_ = nullptr;
+    std::int64_t packetEnd_ = 0;
+
+    friend int readVideoFile(void* file, std::uint8_t* buffer, int size);
+    friend std::int64_t seekVideoFile(void* file, std::int64_t offset, int whence);
+};

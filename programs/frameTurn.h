@@ -1,7 +1,0 @@
-#pragma once
-
-#include "programs/libav.h"
-
-/// The frame turned and mirrored as its display matrix says, or else the stream's; as it is when there is none.
-/// Angles other than quarter turns are left alone. Throws NoPicture.
-Libav<AVFrame> turnedUpright(Libav<AVFrame> frame, const AVStream& stream);

@@ -1,0 +1,92 @@
+#include "programs/picture/newPicture.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+constexpr const char* kHiddenPrefix = ".newPicture.";
+
+/// Removes a hidden file whose maker has died. A living maker, and its worker, hold a lock on theirs.
+void removeIfAbandoned(int directory, const char* name) {
+    const Descriptor file(openat(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
+        unlinkat(directory, name, 0);
+    }
+}
+
+void removeAbandoned(int directory) {
+    const int copy = openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(copy >= 0 ? fdopendir(copy) : nullptr, &closedir);
+    if (!listing) {
+        return;
+    }
+    while (const dirent* entry = readdir(listing.get())) { // NOLINT(concurrency-mt-unsafe): a listing of its own
+        if (std::strncmp(entry->d_name, kHiddenPrefix, std::strlen(kHiddenPrefix)) == 0) {
+            removeIfAbandoned(directory, entry->d_name);
+        }
+    }
+}
+
+} // namespace
+
+NewPicture::NewPicture(const Descriptor& directory, std::string name) : directory_(directory), name_(std::move(name)) {
+    constexpr int kAttempts = 100;
+    removeAbandoned(directory_.get());
+    for (int attempt = 0; attempt < kAttempts && !file_; ++attempt) {
+        hiddenName_ = kHiddenPrefix + std::to_string(getpid()) + '.' + std::to_string(attempt);
+        if (!create() && errno != EEXIST) {
+            break;
+        }
+    }
+}
+
+/// EEXIST also where another run took the file for abandoned before it was locked.
+bool NewPicture::create() {
+    Descriptor file(openat(directory_.get(), hiddenName_.c_str(),
+                           O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC, 0644));
+    if (!file) {
+        return false;
+    }
+    struct stat status = {};
+    if (flock(file.get(), LOCK_EX | LOCK_NB) != 0 || fstat(file.get(), &status) != 0 || status.st_nlink == 0) {
+        errno = EEXIST;
+        return false;
+    }
+    file_ = std::move(file);
+    return true;
+}
+
+NewPicture::~NewPicture() {
+    if (file_ && !hiddenName_.empty()) {
+        unlinkat(directory_.get(), hiddenName_.c_str(), 0);
+    }
+    removeAbandoned(directory_.get()); // the makers that were dying still when this one began
+}
+
+bool NewPicture::isComplete() const {
+    std::array<unsigned char, 3> head = {};
+    std::array<unsigned char, 2> tail = {};
+    const off_t size = lseek(file_.get(), 0, SEEK_END);
+    return size > static_cast<off_t>(head.size() + tail.size()) &&
+           pread(file_.get(), head.data(), head.size(), 0) == static_cast<ssize_t>(head.size()) &&
+           pread(file_.get(), tail.data(), tail.size(), size - static_cast<off_t>(tail.size())) ==
+               static_cast<ssize_t>(tail.size()) &&
+           head == std::array<unsigned char, 3>{0xFF, 0xD8, 0xFF} && tail == std::array<unsigned char, 2>{0xFF, 0xD9};
+}
+
+bool NewPicture::publish() {
+    if (renameat(directory_.get(), hiddenName_.c_str(), directory_.get(), name_.c_str()) != 0) {
+        return false;
+    }
+    hiddenName_.clear();
+    return fsync(directory_.get()) == 0;
+}

@@ -1,0 +1,82 @@
+#include "programs/picture/pictureFront.h"
+
+#include "programs/front/taskInput.h"
+#include "programs/picture/newPicture.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+std::string parentOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
+std::string systemError(const char* what) {
+    return std::string(what) + ": " + std::strerror(errno); // NOLINT(concurrency-mt-unsafe): one thread
+}
+
+int fail(const PictureOrder& order, ExitStatus status, const std::string& what) {
+    report(order.program, order.source, what);
+    return status;
+}
+
+int failByOutcome(const PictureOrder& order, const Outcome& outcome) {
+    const std::string said = outcome.said.empty() ? "" : ": " + outcome.said;
+    if (!outcome.limit().empty()) {
+        return fail(order, kLimitReached, outcome.limit() + " was reached" + said);
+    }
+    switch (outcome.end) {
+    case Outcome::End::noSandbox:
+        return fail(order, kNoSandbox, "no sandbox to decode in" + said);
+    case Outcome::End::interrupted:
+        (void)fail(order, kEndedBySignal, "ended by signal " + std::to_string(outcome.status));
+        return kEndedBySignal + outcome.status;
+    case Outcome::End::killed:
+        return fail(order, kNoPicture, "the decoder died of signal " + std::to_string(outcome.status) + said);
+    default:
+        return fail(order, kNoPicture, "no picture" + said);
+    }
+}
+
+int makeIn(const PictureOrder& order, const Descriptor& input, const Worker& worker, NewPicture& picture) {
+    const Outcome outcome = runSandboxed(worker, input.get(), picture.descriptor().get());
+    if (!outcome.succeeded()) {
+        return failByOutcome(order, outcome);
+    }
+    if (!picture.isComplete()) {
+        return fail(order, kNoPicture, "the decoder wrote no whole picture");
+    }
+    errno = outcome.storeError;
+    const bool stored = errno == 0 && picture.publish();
+    return stored ? kMade : fail(order, kBadOutput, systemError("cannot store the picture"));
+}
+
+} // namespace
+
+int makePicture(const PictureOrder& order, const WorkerChoice& chooseWorker) {
+    const std::string folder = parentOf(order.target);
+    const std::string task = parentOf(folder);
+    if (task.empty()) {
+        return fail(order, kUsage, "the picture's name is not TASK/FOLDER/NAME");
+    }
+    prepareProcess();
+    const Descriptor taskDirectory = openTaskDirectory(task);
+    const Descriptor input = openTaskInput(taskDirectory, pathBelow(task, order.source));
+    if (!input) {
+        return fail(order, kBadInput, systemError("cannot open it as a regular file of the task"));
+    }
+    const Descriptor pictures = openBelow(taskDirectory, pathBelow(task, folder), O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+    NewPicture picture(pictures, order.target.substr(folder.size() + 1));
+    if (!picture.descriptor()) {
+        return fail(order, kBadOutput, systemError("cannot write into the folder of the picture"));
+    }
+    const std::variant<Worker, Refusal> choice = chooseWorker(input.get());
+    if (const auto* refusal = std::get_if<Refusal>(&choice)) {
+        return fail(order, refusal->status, refusal->why);
+    }
+    return makeIn(order, input, std::get<Worker>(choice), picture);
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "programs/front/diagnosis.h"
+#include "programs/picture/sandbox.h"
+
+#include <functional>
+#include <string>
+#include <variant>
+
+/// One picture to make of one downloaded file, as a command line names them.
+struct PictureOrder {
+    const char* program; ///< name of this program in messages
+    std::string source;  ///< TASK/..., a file anywhere below the task's directory
+    std::string target;  ///< TASK/FOLDER/NAME, the picture
+};
+
+/// Why an input is not shown to any worker.
+struct Refusal {
+    ExitStatus status;
+    std::string why;
+};
+
+/// Chooses the worker for an open input.
+using WorkerChoice = std::function<std::variant<Worker, Refusal>(int input)>;
+
+/// Makes the picture: opens the input, has the worker write a picture in the sandbox, checks that it is whole and gives
+/// it its name. The task's directory is the target's grandparent; nothing outside of it is read or written.
+///
+/// @return an ExitStatus for main(). Unless it is kMade, one line on standard error and in the system log says why,
+///         and nothing new stands in the folder of the picture.
+int makePicture(const PictureOrder& order, const WorkerChoice& chooseWorker);
