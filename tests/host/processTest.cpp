@@ -1,5 +1,5 @@
 #include "platform/process.h"
-#include "host/childProcess.h"
+#include "host/process/childProcess.h"
 #include "platform/processRunner.h"
 #include "tests/host/caller.h"
 #include "tests/host/sandbox.h"

@@ -1,4 +1,4 @@
-#include "host/torrentEngine.h"
+#include "host/engine/torrentEngine.h"
 #include "tests/host/caller.h"
 #include "tests/host/loopbackEngine.h"
 #include "tests/host/sandbox.h"

@@ -1,8 +1,8 @@
-#include "host/torrentEngine.h"
+#include "host/engine/torrentEngine.h"
 
+#include "host/engine/torrentName.h"
 #include "host/settings.h"
 #include "host/systemLog.h"
-#include "host/torrentName.h"
 #include "platform/torrentEngine.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "host/rpcClient.h"
+#include "host/engine/rpcClient.h"
 
 #include <json/reader.h>
 #include <json/writer.h>

@@ -1,9 +1,9 @@
 // What runs here after clone() does so in the memory of a caller that runs on. It has that thread's errno and thread
 // data before it, so it calls the kernel only: nothing of the C library, and no instrumentation (see CMakeLists.txt).
 
-#include "host/launcher.h"
+#include "host/process/launcher.h"
 
-#include "host/rawSystemCall.h"
+#include "host/process/rawSystemCall.h"
 
 #include <csignal>
 #include <ctime>

@@ -1,6 +1,6 @@
 #include "platform/processRunner.h"
 
-#include "host/childProcess.h"
+#include "host/process/childProcess.h"
 
 #include <cerrno>
 #include <initializer_list>

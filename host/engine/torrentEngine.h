@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/rpcClient.h"
+#include "host/engine/rpcClient.h"
 
 #include <json/value.h>
 

@@ -1,6 +1,6 @@
 #include "platform/process.h"
 
-#include "host/childProcess.h"
+#include "host/process/childProcess.h"
 
 #include <algorithm>
 #include <array>

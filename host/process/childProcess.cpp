@@ -1,6 +1,6 @@
-#include "host/childProcess.h"
+#include "host/process/childProcess.h"
 
-#include "host/launcher.h"
+#include "host/process/launcher.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "host/torrentName.h"
+#include "host/engine/torrentName.h"
 
 #include <sys/stat.h>
 
