@@ -1,6 +1,6 @@
 #include "thumbnail/thumbnailGenerator.h"
 
-#include "thumbnail/jsonAccess.h"
+#include "util/jsonAccess.h"
 
 #include <utility>
 

@@ -6,9 +6,9 @@
 #include "platform/processRunner.h"
 #include "platform/thumbnailDatabase.h"
 #include "platform/torrentEngine.h"
-#include "thumbnail/jsonAccess.h"
 #include "util/cancellation.h"
 #include "util/file.h"
+#include "util/jsonAccess.h"
 
 #include <sys/stat.h>
 #include <syslog.h>

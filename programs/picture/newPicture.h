@@ -1,6 +1,6 @@
 #pragma once
 
-#include "programs/front/descriptor.h"
+#include "util/descriptor.h"
 
 #include <string>
 

@@ -1,7 +1,7 @@
 #include "programs/picture/sandbox.h"
 
-#include "programs/front/descriptor.h"
 #include "programs/picture/workerFilter.h"
+#include "util/descriptor.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -1,6 +1,6 @@
 #include "programs/service/userQuota.h"
 
-#include "programs/front/descriptor.h"
+#include "util/descriptor.h"
 
 #include <fcntl.h>
 #include <sys/quota.h>

@@ -4,8 +4,8 @@
 //
 // Exit status: 1 yes, 0 no, 2 wrong usage or DIR is no directory that can be examined.
 
-#include "programs/front/descriptor.h"
 #include "programs/front/diagnosis.h"
+#include "util/descriptor.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

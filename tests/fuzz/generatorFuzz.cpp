@@ -5,8 +5,8 @@
 
 #include "fakePlatform.h"
 #include "tests/host/sandbox.h"
-#include "thumbnail/jsonAccess.h"
 #include "thumbnail/thumbnailGenerator.h"
+#include "util/jsonAccess.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 #include "programs/picture/sandbox.h"
-#include "programs/front/descriptor.h"
 #include "tests/host/caller.h"
 #include "tests/programs/programRun.h"
+#include "util/descriptor.h"
 
 #include <gtest/gtest.h>
 

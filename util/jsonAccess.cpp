@@ -1,4 +1,4 @@
-#include "thumbnail/jsonAccess.h"
+#include "util/jsonAccess.h"
 
 #include <json/reader.h>
 
