@@ -21,7 +21,6 @@
 #include <exception>
 #include <functional>
 #include <string_view>
-#include <tuple>
 #include <utility>
 
 using jsonAccess::element;
@@ -71,100 +70,31 @@ int runShielded(const Body& body) {
 
 // Pure reads of a torrent item.
 
-struct Candidate {
-    std::int64_t length = 0;
-    int fileIndex = 0;
-
-    bool operator>(const Candidate& other) const {
-        return std::tie(length, fileIndex) > std::tie(other.length, other.fileIndex);
-    }
-};
-
-/// What a plan reads of the files whose names have an extension, in their order: a copy, since what is done with it
-/// calls the platform. One walk serves the whole plan, because the item of 100,000 files fits no processor's cache.
-class NamedFiles {
-public:
-    explicit NamedFiles(const Json::Value& taskFiles) {
-        const Json::Value& files = member(taskFiles, "files");
-        if (!files.isArray()) {
-            return;
-        }
-        entries_.reserve(files.size());
-        names_.reserve(files.size() * kUsualNameBytes);
-        int fileIndex = 0;
-        for (auto file = files.begin(); file != files.end(); ++file, ++fileIndex) {
-            const std::string_view name = toText(member(*file, "name"));
-            const std::size_t dot = name.rfind('.');
-            if (dot != std::string_view::npos) {
-                const Candidate candidate = {toInt64(member(*file, "length")), fileIndex};
-                entries_.push_back({candidate, names_.size(), names_.size() + dot + 1});
-                names_.append(name).push_back('\0');
-            }
+/// The five largest of the candidates that are wanted and have at least `minBytes`, largest first.
+std::vector<int> largestWanted(const Json::Value& taskFiles, const std::vector<int>& candidates,
+                               std::int64_t minBytes) {
+    const Json::Value& files = member(taskFiles, "files");
+    const Json::Value& fileStats = member(taskFiles, "fileStats");
+    std::vector<std::pair<std::int64_t, int>> ranked; // length and index
+    for (const int index : candidates) {
+        const std::int64_t length = toInt64(member(element(files, index), "length"));
+        if (length >= minBytes) {
+            ranked.emplace_back(length, index);
         }
     }
-
-    struct Entry {
-        Candidate candidate;
-        std::size_t name; ///< where it begins among all names
-        std::size_t extension;
-    };
-
-    const std::vector<Entry>& entries() const { return entries_; }
-    const char* text(std::size_t place) const { return names_.c_str() + place; }
-
-private:
-    static constexpr std::size_t kUsualNameBytes = 80; ///< longer ones make the text grow
-
-    std::vector<Entry> entries_;
-    std::string names_; ///< one behind the other, each with its terminator
-};
+    std::sort(ranked.begin(), ranked.end(), std::greater<>());
+    std::vector<int> largest;
+    largest.reserve(kFilesPerKind);
+    for (const auto& [length, index] : ranked) {
+        if (largest.size() < kFilesPerKind && toBool(member(element(fileStats, index), "wanted"))) {
+            largest.push_back(index);
+        }
+    }
+    return largest;
+}
 
 std::string fileName(const Json::Value& taskFiles, int fileIndex) {
     return std::string(toText(member(element(member(taskFiles, "files"), fileIndex), "name")));
-}
-
-/// Finds elements of an array, cheapest by ascending index. jsoncpp's arrays are ordered maps: of elements that lie
-/// close together the next is found by a step, of elements far apart by a search.
-class ElementWalk {
-public:
-    explicit ElementWalk(const Json::Value& array)
-        : array_(array.isArray() ? array : none_), position_(array_.begin()), end_(array_.end()) {}
-
-    const Json::Value& operator[](int index) {
-        if (index < index_ || index - index_ > patience_) {
-            patience_ += kStepsPerSearch; // many searches in a row have cost as much as the steps that they saved
-            return element(array_, index);
-        }
-        for (; index_ < index && position_ != end_; ++index_) {
-            ++position_;
-        }
-        return position_ != end_ ? *position_ : none_;
-    }
-
-private:
-    static constexpr int kStepsPerSearch = 16;
-
-    const Json::Value& none_ = Json::Value::nullSingleton();
-    const Json::Value& array_;
-    Json::Value::const_iterator position_;
-    Json::Value::const_iterator end_;
-    int index_ = 0; ///< of the position
-    int patience_ = kStepsPerSearch;
-};
-
-/// The largest wanted ones of the candidates, largest first.
-std::vector<Candidate> largestWanted(const Json::Value& taskFiles, const std::vector<Candidate>& candidates) {
-    ElementWalk fileStats(member(taskFiles, "fileStats"));
-    std::vector<Candidate> best;
-    for (const Candidate& candidate : candidates) {
-        const bool isBetter = best.size() < kFilesPerKind || candidate > best.back();
-        if (!isBetter || !toBool(member(fileStats[candidate.fileIndex], "wanted"))) {
-            continue;
-        }
-        best.insert(std::upper_bound(best.begin(), best.end(), candidate, std::greater<>()), candidate);
-        best.resize(std::min(best.size(), kFilesPerKind));
-    }
-    return best;
 }
 
 enum class Download { unknown, incomplete, complete };
@@ -250,52 +180,25 @@ int makeFromPhoto(ThumbnailGenerator& generator, const ThumbnailPaths& paths, in
     return 0;
 }
 
-/// Appends those of the files that are of one kind, in their order.
-int listMediaFiles(const ThumbnailGenerator& generator, VEXODL_MEDIA_TYPE type, const NamedFiles& named,
-                   std::vector<Candidate>& candidates) {
+/// Appends the indices of the files whose names are of one kind, ascending.
+///
+/// @param isOfKind  asked with a name and what stands behind its last dot.
+template <class NameTest>
+int appendFiles(const ThumbnailGenerator& generator, NameTest isOfKind, std::vector<int>& indices) {
     const bool debug = generator.debug;
     const Json::Value& files = member(generator.taskFiles, "files");
     if (!files.isArray() || files.empty()) {
         LOG_FAILURE("%s:%d Wrong jsontorrent format", HERE);
         return kFailed;
     }
-    const bool isVideoList = type == VEXODL_MEDIA_TYPE_VIDEO;
-    const auto hasKind = isVideoList ? BlVEXOIndexIsVideo : BlVEXOIndexIsPhoto;
-    for (const NamedFiles::Entry& file : named.entries()) {
-        if (hasKind(named.text(file.extension)) == 0 ||
-            (isVideoList && BlVEXOIndexIsSubtitleFile(named.text(file.name)) != 0)) {
-            continue;
+    int index = 0;
+    for (const Json::Value& file : files) {
+        const std::string name(toText(member(file, "name")));
+        const std::size_t dot = name.rfind('.');
+        if (dot != std::string::npos && isOfKind(name.c_str(), name.c_str() + dot + 1)) {
+            indices.push_back(index);
         }
-        candidates.push_back(file.candidate);
-    }
-    return 0;
-}
-
-int appendMediaFiles(const ThumbnailGenerator& generator, VEXODL_MEDIA_TYPE type, std::vector<int>& indices) {
-    std::vector<Candidate> candidates;
-    if (listMediaFiles(generator, type, NamedFiles(generator.taskFiles), candidates) < 0) {
-        return kFailed;
-    }
-    for (const Candidate& candidate : candidates) {
-        indices.push_back(candidate.fileIndex);
-    }
-    return 0;
-}
-
-/// Replaces `indices` by the candidates that get thumbnails, largest first.
-int chooseFiles(const ThumbnailGenerator& generator, VEXODL_MEDIA_TYPE type, const std::vector<Candidate>& candidates,
-                std::vector<int>& indices) {
-    const bool debug = generator.debug;
-    if (candidates.empty()) {
-        LOG_FAILURE("%s:%d Bad parameter", HERE);
-        return kFailed;
-    }
-    indices.clear();
-    for (const Candidate& candidate : largestWanted(generator.taskFiles, candidates)) {
-        if (type == VEXODL_MEDIA_TYPE_VIDEO && candidate.length < kMinVideoBytes) {
-            break; // none of the rest is longer
-        }
-        indices.push_back(candidate.fileIndex);
+        ++index;
     }
     return 0;
 }
@@ -395,44 +298,44 @@ int ThumbnailGenerator::getFirstTorrentItem(Json::Value reply) {
 // Plan: pure but for the platform's tests of names; reads taskFiles only.
 
 int ThumbnailGenerator::getVideoFile(std::vector<int>& indices) {
-    return appendMediaFiles(*this, VEXODL_MEDIA_TYPE_VIDEO, indices);
+    const auto isVideo = [](const char* name, const char* extension) {
+        return BlVEXOIndexIsVideo(extension) != 0 && BlVEXOIndexIsSubtitleFile(name) == 0;
+    };
+    return appendFiles(*this, isVideo, indices);
 }
 
 int ThumbnailGenerator::getPhotoFile(std::vector<int>& indices) {
-    return appendMediaFiles(*this, VEXODL_MEDIA_TYPE_PHOTO, indices);
+    const auto isPhoto = [](const char*, const char* extension) { return BlVEXOIndexIsPhoto(extension) != 0; };
+    return appendFiles(*this, isPhoto, indices);
 }
 
 int ThumbnailGenerator::getNeedThumbnail(std::vector<int>& indices, VEXODL_MEDIA_TYPE type) {
-    ElementWalk files(member(taskFiles, "files"));
-    std::vector<Candidate> candidates;
-    candidates.reserve(indices.size());
-    for (const int index : indices) {
-        candidates.push_back({toInt64(member(files[index], "length")), index});
+    if (indices.empty()) {
+        LOG_FAILURE("%s:%d Bad parameter", HERE);
+        return kFailed;
     }
-    return chooseFiles(*this, type, candidates, indices);
+    indices = largestWanted(taskFiles, indices, type == VEXODL_MEDIA_TYPE_VIDEO ? kMinVideoBytes : INT64_MIN);
+    return 0;
 }
 
 int ThumbnailGenerator::getThumbnailList(std::vector<Thumbnail>& list) {
-    const NamedFiles files(taskFiles);
-    std::vector<Candidate> candidates;
     std::vector<int> videos;
-    if (listMediaFiles(*this, VEXODL_MEDIA_TYPE_VIDEO, files, candidates) < 0) {
+    if (getVideoFile(videos) < 0) {
         LOG_FAILURE("%s:%d Failed to get list of video files", HERE);
         return kFailed;
     }
-    if (!candidates.empty() && chooseFiles(*this, VEXODL_MEDIA_TYPE_VIDEO, candidates, videos) < 0) {
+    if (!videos.empty() && getNeedThumbnail(videos, VEXODL_MEDIA_TYPE_VIDEO) < 0) {
         LOG_FAILURE("%s:%d Failed to get video need thumbnail", HERE);
         return kFailed;
     }
     planVideos(*this, videos, list);
 
-    candidates.clear();
     std::vector<int> photos;
-    if (listMediaFiles(*this, VEXODL_MEDIA_TYPE_PHOTO, files, candidates) < 0) {
+    if (getPhotoFile(photos) < 0) {
         LOG_FAILURE("%s:%d Failed to get list of photo files", HERE);
         return kFailed;
     }
-    if (!candidates.empty() && chooseFiles(*this, VEXODL_MEDIA_TYPE_PHOTO, candidates, photos) < 0) {
+    if (!photos.empty() && getNeedThumbnail(photos, VEXODL_MEDIA_TYPE_PHOTO) < 0) {
         LOG_FAILURE("%s:%d Failed to get photo need thumbnail", HERE);
         return kFailed;
     }

@@ -39,24 +39,12 @@ void require(bool holds) {
     }
 }
 
-/// What the two stages choose from the files of one kind, one after the other.
-std::size_t chosen(ThumbnailGenerator& generator, VEXODL_MEDIA_TYPE type) {
-    std::vector<int> files;
-    require((type == VEXODL_MEDIA_TYPE_VIDEO ? generator.getVideoFile(files) : generator.getPhotoFile(files)) == 0);
-    require(files.empty() || generator.getNeedThumbnail(files, type) == 0);
-    return files.size();
-}
-
 /// @return the count, the result of the run, and how many rows there are after it.
 std::tuple<int, int, Json::ArrayIndex> run(const FakePlatform& platform, bool debug) {
     fake = platform;
     ThumbnailGenerator generator(12, debug);
     const int count = generator.getTotalThumbnailNumber();
     require(count >= -1 && count <= 30);
-    if (count >= 0) {
-        const std::size_t frames = 5 * chosen(generator, VEXODL_MEDIA_TYPE_VIDEO);
-        require(frames + chosen(generator, VEXODL_MEDIA_TYPE_PHOTO) == static_cast<std::size_t>(count));
-    }
     const Json::Value fetched = generator.taskFiles;
     const Json::Value& torrents = jsonAccess::member(jsonAccess::member(platform.reply, "arguments"), "torrents");
     require(count < 0 || fetched == jsonAccess::element(torrents, 0));
