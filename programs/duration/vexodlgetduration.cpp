@@ -7,7 +7,7 @@
 // Exit status: 0 printed; otherwise nothing is printed, see ExitStatus in diagnosis.h.
 
 #include "programs/duration/mediaDuration.h"
-#include "programs/duration/systemCallFilter.h"
+#include "programs/duration/selfConfinement.h"
 #include "programs/front/diagnosis.h"
 #include "programs/front/taskInput.h"
 

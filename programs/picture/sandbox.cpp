@@ -1,6 +1,6 @@
 #include "programs/picture/sandbox.h"
 
-#include "programs/picture/workerFilter.h"
+#include "programs/picture/sandboxFilter.h"
 #include "util/descriptor.h"
 
 #include <fcntl.h>
@@ -156,7 +156,7 @@ Child start(const Worker& worker, int input, int output) {
     if (pid == 0) {
         becomeWorker(worker, descriptors);
     }
-    if (pid > 0 && VEXODL_BUBBLEWRAP && !writeWorkerFilter(filter.writing.get())) {
+    if (pid > 0 && VEXODL_BUBBLEWRAP && !writeSandboxFilter(filter.writing.get())) {
         kill(pid, SIGKILL);
     }
     fcntl(messages.reading.get(), F_SETFL, O_NONBLOCK);

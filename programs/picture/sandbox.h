@@ -10,8 +10,8 @@
 constexpr int kLifeline = 3;
 
 /// A program that decodes, and what it may have: an empty root into which only the system's libraries and `visible` are
-/// bound read-only, the system calls of workerFilter.h, so no network and no process but its own, and four descriptors:
-/// the input as 0, the output, a regular file, as 1, what it says, collected, as 2, and kLifeline.
+/// bound read-only, the system calls of sandboxFilter.h, so no network and no process but its own, and four
+/// descriptors: the input as 0, the output, a regular file, as 1, what it says, collected, as 2, and kLifeline.
 struct Worker {
     std::vector<std::string> argv;    ///< program and arguments; the program needs an absolute path
     std::vector<std::string> visible; ///< further files and folders it may read; those that do not exist are left out

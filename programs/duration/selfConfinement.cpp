@@ -1,4 +1,4 @@
-#include "programs/duration/systemCallFilter.h"
+#include "programs/duration/selfConfinement.h"
 
 #include <seccomp.h>
 #include <sys/mman.h>

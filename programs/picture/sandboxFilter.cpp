@@ -1,4 +1,4 @@
-#include "programs/picture/workerFilter.h"
+#include "programs/picture/sandboxFilter.h"
 
 #include <fcntl.h>
 #include <sched.h>
@@ -83,7 +83,7 @@ bool allowQuestions(const Filter& filter) {
 
 } // namespace
 
-bool writeWorkerFilter(int descriptor) {
+bool writeSandboxFilter(int descriptor) {
     const Filter filter(seccomp_init(SCMP_ACT_ERRNO(ENOSYS)), &seccomp_release);
     return filter && seccomp_attr_set(filter.get(), SCMP_FLTATR_ACT_BADARCH, SCMP_ACT_KILL_PROCESS) == 0 &&
            allowFiles(filter) && allowDescriptorFlags(filter) && allowMemory(filter) && allowItself(filter) &&
