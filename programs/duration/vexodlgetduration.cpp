@@ -6,10 +6,10 @@
 // unfinished file gives what its header tells. With --debug_mode the decoder's own messages go to standard error too.
 // Exit status: 0 printed; otherwise nothing is printed, see ExitStatus in diagnosis.h.
 
-#include "programs/duration/mediaDuration.h"
 #include "programs/duration/selfConfinement.h"
 #include "programs/front/diagnosis.h"
 #include "programs/front/taskInput.h"
+#include "programs/media/mediaFile.h"
 
 #include <fcntl.h>
 #include <syslog.h>
@@ -21,6 +21,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 
 namespace {
 
@@ -51,6 +52,18 @@ int fail(ExitStatus status, const std::string& path, const std::string& what) {
     return status;
 }
 
+/// In AV_TIME_BASE-ths of a second, as the container's header tells or, where that has none, as the packets' times do.
+std::int64_t durationOf(const MediaFile& file) {
+    AVFormatContext& format = file.format();
+    if (format.duration <= 0) {
+        checked(avformat_find_stream_info(&format, nullptr), "cannot read the streams");
+    }
+    if (format.duration <= 0) {
+        throw MediaError("the container tells no duration");
+    }
+    return format.duration;
+}
+
 int printDuration(const std::string& path, bool verbose) {
     const Descriptor media = openMedia(path);
     if (!media) {
@@ -60,12 +73,13 @@ int printDuration(const std::string& path, bool verbose) {
     if (!allowOnlyReading(media.get())) {
         return fail(kNoSandbox, path, "the kernel takes no system call filter");
     }
-    const MediaDuration duration = measureDuration(media.get(), verbose);
-    if (duration.microseconds <= 0) {
-        return fail(kNoPicture, path, duration.error);
+    av_log_set_level(verbose ? AV_LOG_INFO : AV_LOG_QUIET);
+    try {
+        const std::int64_t seconds = std::max<std::int64_t>(durationOf(MediaFile(media.get())) / AV_TIME_BASE, 1);
+        return writeLine(STDOUT_FILENO, "{\"duration\": " + std::to_string(seconds) + "}") ? kMade : kBadOutput;
+    } catch (const std::exception& error) { // not a media file, or no memory
+        return fail(kNoPicture, path, error.what());
     }
-    const auto seconds = std::max<std::int64_t>(duration.microseconds / 1'000'000, 1);
-    return writeLine(STDOUT_FILENO, "{\"duration\": " + std::to_string(seconds) + "}") ? kMade : kBadOutput;
 }
 
 } // namespace

@@ -43,7 +43,7 @@ void writeAll(const std::uint8_t* data, std::size_t size) {
     while (size > 0) {
         const ssize_t count = write(STDOUT_FILENO, data, size);
         if (count < 0 && errno != EINTR) {
-            throw NoPicture("cannot write the picture");
+            throw MediaError("cannot write the picture");
         }
         data += count > 0 ? count : 0;
         size -= count > 0 ? static_cast<std::size_t>(count) : 0;
@@ -74,7 +74,7 @@ int main(int argc, char** argv) {
     try {
         makePicture(std::atoi(argv[1])); // NOLINT(cert-err34-c): ffmpeg has checked it
         return EXIT_SUCCESS;
-    } catch (const NoPicture& reason) {
+    } catch (const MediaError& reason) {
         return fail(reason.what());
     } catch (const std::bad_alloc&) {
         return fail("the memory limit was reached");

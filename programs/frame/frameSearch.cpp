@@ -29,7 +29,7 @@ bool isIntra(const AVFrame& frame) {
 Libav<AVCodecContext> openDecoder(const AVStream& stream) {
     const AVCodec* codec = avcodec_find_decoder(stream.codecpar->codec_id);
     if (codec == nullptr) {
-        throw NoPicture(std::string("no decoder for ") + avcodec_get_name(stream.codecpar->codec_id));
+        throw MediaError(std::string("no decoder for ") + avcodec_get_name(stream.codecpar->codec_id));
     }
     Libav<AVCodecContext> decoder = owned(avcodec_alloc_context3(codec));
     checked(avcodec_parameters_to_context(decoder.get(), stream.codecpar), "cannot set up the decoder");
@@ -96,10 +96,10 @@ public:
             frame = findAfter();
         }
         if (file_.hasHole(begin_, end_)) {
-            throw NoPicture("no data of this second is there yet");
+            throw MediaError("no data of this second is there yet");
         }
         if (damaged_) {
-            throw NoPicture("the picture of this second is damaged");
+            throw MediaError("the picture of this second is damaged");
         }
         return frame ? std::move(frame) : findBefore();
     }
@@ -229,20 +229,20 @@ private:
     /// Where the end of the video is its true end, the last frame is right for every second behind it.
     Libav<AVFrame> findBefore() {
         if (!file_.endsWhole(second_)) {
-            throw NoPicture("the data behind this second is not there yet");
+            throw MediaError("the data behind this second is not there yet");
         }
         for (int back = 2; !before_.packet && back < 2 * second_ + 2; back *= 2) {
             lookBack(std::max(0, second_ - back));
         }
         if (!before_.packet) {
-            throw NoPicture("the video has no intra-coded frame");
+            throw MediaError("the video has no intra-coded frame");
         }
         if (file_.hasHole(before_.packet->pos, std::max(end_, before_.packet->pos + before_.packet->size))) {
-            throw NoPicture("the last picture before this second is not there yet");
+            throw MediaError("the last picture before this second is not there yet");
         }
         Libav<AVFrame> frame = alone_ ? decodeAlone(before_) : std::move(frameBefore_);
         if (!frame) {
-            throw NoPicture("the last picture before this second is damaged");
+            throw MediaError("the last picture before this second is damaged");
         }
         return frame;
     }

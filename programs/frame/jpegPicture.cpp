@@ -33,7 +33,7 @@ Size shrunk(int width, int height) {
         size.width = static_cast<int>(av_rescale(size.height, width, height));
     }
     if (size.width < 1 || size.height < 1) {
-        throw NoPicture("the picture is too narrow");
+        throw MediaError("the picture is too narrow");
     }
     return size;
 }

@@ -1,23 +1,15 @@
 #include "programs/frame/videoFile.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <vector>
 
 namespace {
 
-constexpr int kReadAtOnce = 32 << 10;
 constexpr std::int64_t kHoleBytes = 4096; // of zeros
 constexpr std::int64_t kHoleBytesAtEnd = 64;
-
-int refuseToOpen(AVFormatContext* /*format*/, AVIOContext** /*reader*/, const char* /*url*/, int /*flags*/,
-                 AVDictionary** /*options*/) {
-    return AVERROR(EACCES);
-}
 
 bool isPicture(const AVStream& stream) {
     return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
@@ -42,73 +34,22 @@ std::int64_t inMicroseconds(std::int64_t time, const AVStream& stream) {
 
 } // namespace
 
-int readVideoFile(void* file, std::uint8_t* buffer, int size) {
-    auto& self = *static_cast<VideoFile*>(file);
-    ssize_t count = 0;
-    do {
-        count = pread(self.descriptor_, buffer, static_cast<std::size_t>(size), self.offset_);
-    } while (count < 0 && errno == EINTR);
-    if (count <= 0) {
-        return count == 0 ? AVERROR_EOF : AVERROR(errno);
-    }
-    self.offset_ += count;
-    return static_cast<int>(count);
-}
-
-std::int64_t seekVideoFile(void* file, std::int64_t offset, int whence) {
-    auto& self = *static_cast<VideoFile*>(file);
-    switch (whence & ~AVSEEK_FORCE) {
-    case AVSEEK_SIZE:
-        return self.size_;
-    case SEEK_SET:
-        return self.offset_ = offset;
-    case SEEK_CUR:
-        return self.offset_ += offset;
-    case SEEK_END:
-        return self.offset_ = self.size_ + offset;
-    default:
-        return AVERROR(EINVAL);
-    }
-}
-
-VideoFile::VideoFile(int descriptor) : descriptor_(descriptor) {
-    struct stat status = {};
-    checked(fstat(descriptor, &status) == 0 ? 0 : AVERROR(errno), "cannot examine the file");
-    size_ = status.st_size;
-    open();
+VideoFile::VideoFile(int descriptor) : file_(descriptor) {
     readHead();
     chooseStream();
-}
-
-VideoFile::~VideoFile() {
-    format_.reset();
-    if (reader_ != nullptr) {
-        av_freep(&reader_->buffer);
-        avio_context_free(&reader_);
-    }
-}
-
-void VideoFile::open() {
-    auto* buffer = static_cast<std::uint8_t*>(av_malloc(kReadAtOnce));
-    reader_ = avio_alloc_context(buffer, kReadAtOnce, 0, this, readVideoFile, nullptr, seekVideoFile);
-    AVFormatContext* format = owned(avformat_alloc_context()).release();
-    format->pb = reader_;
-    format->io_open = refuseToOpen;
-    checked(avformat_open_input(&format, nullptr, nullptr, nullptr), "cannot read the container");
-    format_.reset(format);
 }
 
 /// A container with an index tells about its streams in its head, all but their first time stamps. The others want
 /// packets read and pictures decoded, and so does the choice between several video streams.
 void VideoFile::readHead() {
     const auto streams = [&](bool (*kind)(const AVStream&)) {
-        return std::count_if(format_->streams, format_->streams + format_->nb_streams,
+        return std::count_if(format_.streams, format_.streams + format_.nb_streams,
                              [&](const AVStream* stream) { return kind(*stream); });
     };
-    const bool complete = (isIndexed() || std::strncmp(format_->iformat->name, "matroska", 8) == 0) &&
+    const bool complete = (isIndexed() || std::strncmp(format_.iformat->name, "matroska", 8) == 0) &&
                           streams(isVideo) == 1 && readFirstTimes();
     if (!complete) {
-        checked(avformat_find_stream_info(format_.get(), nullptr), "cannot read the streams");
+        checked(avformat_find_stream_info(&format_, nullptr), "cannot read the streams");
     }
 }
 
@@ -116,12 +57,12 @@ void VideoFile::readHead() {
 bool VideoFile::readFirstTimes() {
     constexpr int kMostPackets = 500;
     const Libav<AVPacket> packet = owned(av_packet_alloc());
-    AVStream** const end = format_->streams + format_->nb_streams;
+    AVStream** const end = format_.streams + format_.nb_streams;
     for (int count = 0; count < kMostPackets; ++count) {
-        const bool known = std::all_of(format_->streams, end, [](const AVStream* stream) {
+        const bool known = std::all_of(format_.streams, end, [](const AVStream* stream) {
             return !isTimed(*stream) || stream->start_time != AV_NOPTS_VALUE;
         });
-        if (known || av_read_frame(format_.get(), packet.get()) < 0) {
+        if (known || av_read_frame(&format_, packet.get()) < 0) {
             return known;
         }
         av_packet_unref(packet.get());
@@ -133,8 +74,8 @@ void VideoFile::chooseStream() {
     constexpr std::int64_t kDefaultBonus = 5'000'000; // in pixels
     constexpr std::int64_t kAliveBonus = 100'000'000;
     std::int64_t best = 0;
-    for (unsigned i = 0; i < format_->nb_streams; ++i) {
-        AVStream& stream = *format_->streams[i];
+    for (unsigned i = 0; i < format_.nb_streams; ++i) {
+        AVStream& stream = *format_.streams[i];
         const std::int64_t score = std::int64_t{stream.codecpar->width} * stream.codecpar->height +
                                    ((stream.disposition & AV_DISPOSITION_DEFAULT) != 0 ? kDefaultBonus : 0) +
                                    ((stream.event_flags & AVSTREAM_EVENT_FLAG_NEW_PACKETS) != 0 ? kAliveBonus : 0);
@@ -144,32 +85,32 @@ void VideoFile::chooseStream() {
         }
     }
     if (video_ == nullptr) {
-        throw NoPicture("the file has no video stream");
+        throw MediaError("the file has no video stream");
     }
     setDiscard(AVDISCARD_ALL);
 }
 
 void VideoFile::setDiscard(AVDiscard others) {
-    for (unsigned i = 0; i < format_->nb_streams; ++i) {
-        AVStream* stream = format_->streams[i];
+    for (unsigned i = 0; i < format_.nb_streams; ++i) {
+        AVStream* stream = format_.streams[i];
         stream->discard = stream == video_ ? AVDISCARD_DEFAULT : others;
     }
 }
 
 /// Whether the head of the file tells the place of each sample.
 bool VideoFile::isIndexed() const {
-    return std::strncmp(format_->iformat->name, "mov", 3) == 0;
+    return std::strncmp(format_.iformat->name, "mov", 3) == 0;
 }
 
 /// Of the whole file in microseconds: the earliest stream's, a text that begins less than a second earlier included.
 std::int64_t VideoFile::startTime() const {
-    if (format_->start_time != AV_NOPTS_VALUE) {
-        return format_->start_time;
+    if (format_.start_time != AV_NOPTS_VALUE) {
+        return format_.start_time;
     }
     std::int64_t start = INT64_MAX;
     std::int64_t text = INT64_MAX;
-    for (unsigned i = 0; i < format_->nb_streams; ++i) {
-        const AVStream& stream = *format_->streams[i];
+    for (unsigned i = 0; i < format_.nb_streams; ++i) {
+        const AVStream& stream = *format_.streams[i];
         if (stream.start_time != AV_NOPTS_VALUE) {
             std::int64_t& earliest = isText(stream) ? text : start;
             earliest = std::min(earliest, inMicroseconds(stream.start_time, stream));
@@ -189,31 +130,31 @@ std::optional<std::int64_t> VideoFile::seek(int second) {
     // Key frames are indexed by the time they are decoded in many containers: that is a few pictures earlier.
     constexpr std::int64_t kReorder = 3 * AV_TIME_BASE / 23;
     const std::int64_t shown = second * std::int64_t{AV_TIME_BASE} + startTime();
-    const bool byDecoding = (format_->iformat->flags & AVFMT_SEEK_TO_PTS) == 0;
+    const bool byDecoding = (format_.iformat->flags & AVFMT_SEEK_TO_PTS) == 0;
     const std::int64_t place = byDecoding ? shown - kReorder : shown;
-    const bool sought = avformat_seek_file(format_.get(), -1, INT64_MIN, place, place, 0) >= 0;
+    const bool sought = avformat_seek_file(&format_, -1, INT64_MIN, place, place, 0) >= 0;
     packetEnd_ = 0;
-    return sought && !isIndexed() ? std::optional(avio_tell(reader_)) : std::nullopt;
+    return sought && !isIndexed() ? std::optional(file_.position()) : std::nullopt;
 }
 
 bool VideoFile::read(AVPacket& packet) {
     do {
         av_packet_unref(&packet);
-        if (av_read_frame(format_.get(), &packet) < 0) {
+        if (av_read_frame(&format_, &packet) < 0) {
             return false;
         }
     } while (packet.stream_index != video_->index);
     packetEnd_ = packet.pos + packet.size;
-    const bool cutOff = (packet.flags & AV_PKT_FLAG_CORRUPT) != 0 && packetEnd_ >= size_;
+    const bool cutOff = (packet.flags & AV_PKT_FLAG_CORRUPT) != 0 && packetEnd_ >= file_.sizeInBytes();
     return !cutOff;
 }
 
 std::int64_t VideoFile::position() const {
-    return isIndexed() ? packetEnd_ : std::max<std::int64_t>(packetEnd_, avio_tell(reader_));
+    return isIndexed() ? packetEnd_ : std::max<std::int64_t>(packetEnd_, file_.position());
 }
 
 bool VideoFile::hasTimes() const {
-    return (format_->iformat->flags & AVFMT_NOTIMESTAMPS) == 0 && std::strcmp(format_->iformat->name, "avi") != 0;
+    return (format_.iformat->flags & AVFMT_NOTIMESTAMPS) == 0 && std::strcmp(format_.iformat->name, "avi") != 0;
 }
 
 bool VideoFile::hasHole(std::int64_t begin, std::int64_t end) const {
@@ -227,7 +168,7 @@ bool VideoFile::hasHole(std::int64_t begin, std::int64_t end) const {
     while (place < end + kHoleBytes) {
         const auto wanted = static_cast<std::size_t>(
             std::min<std::int64_t>(static_cast<std::int64_t>(block.size()), end + kHoleBytes - place));
-        const ssize_t count = pread(descriptor_, block.data(), wanted, place);
+        const ssize_t count = pread(file_.descriptor(), block.data(), wanted, place);
         if (count <= 0) {
             return zeros >= kHoleBytesAtEnd;
         }
@@ -249,8 +190,8 @@ bool VideoFile::endsWhole(int second) {
     std::int64_t last = 0;
     bool damaged = false;
     int answer = 0;
-    while ((answer = av_read_frame(format_.get(), packet.get())) >= 0) {
-        const AVStream& stream = *format_->streams[packet->stream_index];
+    while ((answer = av_read_frame(&format_, packet.get())) >= 0) {
+        const AVStream& stream = *format_.streams[packet->stream_index];
         const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
         if (isTimed(stream) && time != AV_NOPTS_VALUE) {
             last = std::max(last, inMicroseconds(time + packet->duration, stream));
@@ -260,8 +201,8 @@ bool VideoFile::endsWhole(int second) {
     }
     setDiscard(AVDISCARD_ALL);
     const bool durationKnown =
-        format_->duration > 0 && format_->duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
-    return answer == AVERROR_EOF && !damaged && !(begin && hasHole(*begin, size_)) &&
+        format_.duration > 0 && format_.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
+    return answer == AVERROR_EOF && !damaged && !(begin && hasHole(*begin, file_.sizeInBytes())) &&
            last + kSlack / 2 >= startTime() + second * std::int64_t{AV_TIME_BASE} &&
-           (!durationKnown || last + kSlack >= startTime() + format_->duration);
+           (!durationKnown || last + kSlack >= startTime() + format_.duration);
 }

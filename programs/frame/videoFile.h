@@ -1,20 +1,16 @@
 #pragma once
 
-#include "programs/media/libav.h"
+#include "programs/media/mediaFile.h"
 
 #include <cstdint>
 #include <optional>
 
-/// One video file, read through a descriptor only: whatever its bytes name, nothing else is ever opened. Every member
-/// may throw NoPicture.
+/// The video of one media file. Every member may throw MediaError.
 class VideoFile {
 public:
     /// Reads the head of the file open as `descriptor` and chooses its video stream: the largest one, a stream marked
     /// as the default first. An attached cover picture is not a video.
     explicit VideoFile(int descriptor);
-    VideoFile(const VideoFile&) = delete;
-    VideoFile& operator=(const VideoFile&) = delete;
-    ~VideoFile();
 
     [[nodiscard]] AVStream& video() const { return *video_; }
 
@@ -23,9 +19,8 @@ public:
 
     /// Goes to a place from which everything from `second` on is read: the key frame before, as a rule.
     ///
-    /// @return the byte where reading goes on; none where the packets come by an index, or the file cannot be sought
-    /// in:
-    ///         then the first packet's is that byte.
+    /// @return the byte where reading goes on; none where the packets come by an index or the file cannot be sought in:
+    ///         reading then goes on at the first packet's.
     std::optional<std::int64_t> seek(int second);
 
     /// The next packet of the video stream. False at the end, or where nothing more can be read.
@@ -48,7 +43,6 @@ public:
     bool endsWhole(int second);
 
 private:
-    void open();
     void readHead();
     bool readFirstTimes();
     void chooseStream();
@@ -56,14 +50,8 @@ private:
     [[nodiscard]] bool isIndexed() const;
     [[nodiscard]] std::int64_t startTime() const;
 
-    int descriptor_;
-    std::int64_t size_;
-    std::int64_t offset_ = 0; ///< of the next byte that libav reads
-    AVIOContext* reader_ = nullptr;
-    Libav<AVFormatContext> format_;
+    MediaFile file_;
+    AVFormatContext& format_ = file_.format();
     AVStream* video_ = nullptr;
     std::int64_t packetEnd_ = 0;
-
-    friend int readVideoFile(void* file, std::uint8_t* buffer, int size);
-    friend std::int64_t seekVideoFile(void* file, std::int64_t offset, int whence);
 };

@@ -12,10 +12,10 @@ extern "C" {
 #include <stdexcept>
 #include <string>
 
-// What the decoding worker's files share of the libav libraries: their handles as owners, their errors as exceptions.
+// What the programs share of the libav libraries: their handles as owners, their errors as exceptions.
 
-/// Why there is no picture, in words for a log.
-struct NoPicture : std::runtime_error {
+/// Why a media file cannot be read or shown, in words for a log.
+struct MediaError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
@@ -24,6 +24,10 @@ struct LibavDeleter {
     void operator()(AVPacket* packet) const { av_packet_free(&packet); }
     void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
     void operator()(AVCodecParserContext* parser) const { av_parser_close(parser); }
+    void operator()(AVIOContext* reader) const {
+        av_freep(&reader->buffer);
+        avio_context_free(&reader);
+    }
     void operator()(AVFormatContext* format) const { avformat_close_input(&format); }
     void operator()(SwsContext* scaler) const { sws_freeContext(scaler); }
 };
@@ -36,7 +40,7 @@ inline int checked(int answer, const char* what) {
     if (answer < 0) {
         std::array<char, AV_ERROR_MAX_STRING_SIZE> text = {};
         av_strerror(answer, text.data(), text.size());
-        throw NoPicture(std::string(what) + ": " + text.data());
+        throw MediaError(std::string(what) + ": " + text.data());
     }
     return answer;
 }

@@ -69,7 +69,7 @@ TEST_F(Duration, opensNothingButTheOneRegularFile) {
 
 TEST_F(Duration, wantsItsCommandLine) {
     EXPECT_EQ(duration({"--path", "/etc/passwd"}).errors,
-              "vexodlgetduration: /etc/passwd: Invalid data found when processing input\n");
+              "vexodlgetduration: /etc/passwd: cannot read the container: Invalid data found when processing input\n");
     for (const auto& arguments : std::vector<std::vector<std::string>>{
              {}, {"--path"}, {"base.mp4"}, {"--path", "base.mp4", "--debug"}, {"--path", "base.mp4", "--debug_mode", "x"}}) {
         const ProgramRun run = duration(arguments);

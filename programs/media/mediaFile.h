@@ -1,0 +1,38 @@
+#pragma once
+
+#include "programs/media/libav.h"
+
+#include <cstdint>
+#include <memory>
+
+/// The container of one media file, read through a descriptor only: whatever its bytes name, nothing else is ever
+/// opened.
+class MediaFile {
+public:
+    /// Reads the head of the file open as `descriptor`, which the caller keeps open. Its file offset is not used, but
+    /// moved. Throws MediaError where the file is no container that is known here.
+    explicit MediaFile(int descriptor);
+
+    /// libav's view of it.
+    [[nodiscard]] AVFormatContext& format() const { return *format_; }
+
+    [[nodiscard]] int descriptor() const { return input_->descriptor; }
+    [[nodiscard]] std::int64_t sizeInBytes() const { return input_->size; }
+
+    /// The byte that libav takes next.
+    [[nodiscard]] std::int64_t position() const { return avio_tell(reader_.get()); }
+
+private:
+    /// What libav reads: it keeps its address.
+    struct Input {
+        int descriptor;
+        std::int64_t size;
+        std::int64_t offset; ///< of the next byte
+    };
+    static int read(void* input, std::uint8_t* buffer, int size);
+    static std::int64_t seek(void* input, std::int64_t offset, int whence);
+
+    std::unique_ptr<Input> input_;
+    Libav<AVIOContext> reader_; // outlives what reads through it
+    Libav<AVFormatContext> format_;
+};
