@@ -1,4 +1,4 @@
-# What an installation holds, by component: runtime, development, host (with examples/) and database, the folder that
+# What an installation holds, by component: runtime, development, host (with server/) and database, the folder that
 # only an installation without a package manager gets from here.
 
 set(VEXODL_CMAKE_FOLDER ${CMAKE_INSTALL_LIBDIR}/cmake/downloadthumbnail)
@@ -58,6 +58,6 @@ install(FILES docs/server.md DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/vexodl
 
 # --- pictures that come by themselves beside Debian's transmission-daemon
 
-install(PROGRAMS examples/server/makeMissingThumbnails DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT host)
-install(FILES examples/server/vexodl-thumbnails.service examples/server/vexodl-thumbnails.timer
+install(PROGRAMS server/makeMissingThumbnails DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT host)
+install(FILES server/vexodl-thumbnails.service server/vexodl-thumbnails.timer
     DESTINATION lib/systemd/system COMPONENT host)

@@ -1,5 +1,5 @@
 # Three Debian packages from the install rules, made by scripts/package: the libraries, what it takes to build against
-# them, and the programs of the host layer with the example caller.
+# them, and the programs of the host layer with their callers.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_SET_DESTDIR ON) # for the programs' absolute destinations
