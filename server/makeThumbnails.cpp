@@ -1,7 +1,5 @@
-// Counts or makes the thumbnails of one download task and shows the progress: a caller of the library, as a process of
-// the service would be.
+// Counts or makes the thumbnails of one download task and shows the progress.
 
-#include "platform/thumbnailDatabase.h"
 #include "thumbnail/thumbnailGenerator.h"
 
 #include <syslog.h>
@@ -68,27 +66,6 @@ std::string printable(std::string name) {
     std::replace_if(
         name.begin(), name.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
     return name;
-}
-
-/// The task's rows, or nothing when the database cannot be read.
-std::optional<std::vector<Thumbnail>> readRows(int task) {
-    Json::Value reply;
-    if (DownloadThumbnailDBGetByTaskId(task, &reply) < 0) {
-        return std::nullopt;
-    }
-    std::vector<Thumbnail> rows;
-    for (Json::Value& row : reply["data"]) {
-        rows.emplace_back(row);
-    }
-    return rows;
-}
-
-std::vector<Thumbnail> missingOf(std::vector<Thumbnail> plan, std::vector<Thumbnail>& rows) {
-    const auto isRecorded = [&rows](Thumbnail& planned) {
-        return std::any_of(rows.begin(), rows.end(), [&](Thumbnail& row) { return row.IsSameThumbnail(planned); });
-    };
-    plan.erase(std::remove_if(plan.begin(), plan.end(), isRecorded), plan.end());
-    return plan;
 }
 
 /// Shows N of M: a bar on a terminal, a line per change elsewhere.
@@ -162,15 +139,16 @@ int count(const Command& command) {
 }
 
 /// Runs generate() in a thread of its own, with an object of its own, and reads the database meanwhile.
-int generateWithProgress(const Command& command, const std::vector<Thumbnail>& plan) {
+int generateWithProgress(const Command& command, ThumbnailGenerator& planner, const std::vector<Thumbnail>& plan) {
     auto result = std::async(std::launch::async,
                              [&command] { return ThumbnailGenerator(command.task, command.debug).generate(); });
     Progress progress(plan.size());
     bool running = true;
     while (running) {
         running = result.wait_for(kPollInterval) != std::future_status::ready;
-        if (auto rows = readRows(command.task)) {
-            progress.show(plan.size() - missingOf(plan, *rows).size());
+        std::vector<Thumbnail> missing = plan;
+        if (planner.filterExistThumbnail(missing) == 0) {
+            progress.show(plan.size() - missing.size());
         }
     }
     progress.end();
@@ -183,13 +161,13 @@ int generate(const Command& command) {
     if (planner.getTaskFileList(command.task) < 0 || planner.getThumbnailList(plan) < 0) {
         return fail(command.task, "no file list; does the torrent engine run and have the task?");
     }
-    const int result = generateWithProgress(command, plan);
-    auto rows = readRows(command.task);
-    if (!rows) {
+    const int result = generateWithProgress(command, planner, plan);
+    std::vector<Thumbnail> rows;
+    std::vector<Thumbnail> missing = plan;
+    if (planner.getExistThumbnailList(rows) < 0 || planner.filterExistThumbnail(missing) < 0) {
         return fail(command.task, "the thumbnail database cannot be read");
     }
-    printTable(*rows, plan);
-    const std::vector<Thumbnail> missing = missingOf(plan, *rows);
+    printTable(rows, plan);
     printMissing(missing);
     if (!missing.empty()) {
         return fail(command.task, "not all thumbnails could be made; the next run tries the missing ones again");
