@@ -1,5 +1,6 @@
 #include "platform/thumbnailDatabase.h"
 
+#include "host/database/thumbnailSchema.h"
 #include "host/settings.h"
 #include "host/systemLog.h"
 
@@ -15,39 +16,27 @@
 
 namespace {
 
-constexpr int kSchemaVersion = 1;
 constexpr int kBusyTimeoutMilliseconds = 10000;
 
-constexpr const char* kSchema = R"(
-    CREATE TABLE thumbnail (
-        thumbnail_id INTEGER PRIMARY KEY,
-        task_id INTEGER NOT NULL,
-        file_index INTEGER NOT NULL,
-        thumbnail_index INTEGER NOT NULL,
-        thumbnail_second INTEGER NOT NULL,
-        thumbnail_filename TEXT NOT NULL,
-        file_path TEXT NOT NULL,
-        create_time INTEGER NOT NULL,
-        UNIQUE (task_id, file_index, thumbnail_index)
-    ) STRICT;
-    PRAGMA user_version = 1;)";
+/// @return the names of the columns, each with `before` in front, as a list of SQL.
+std::string columns(const std::string& before = "") {
+    std::string list;
+    for (const host::Column& column : host::kColumns) {
+        list += (list.empty() ? "" : ", ") + before + column.name;
+    }
+    return list;
+}
 
-constexpr const char* kSelect = R"(
-    SELECT thumbnail_id, task_id, file_index, thumbnail_index, thumbnail_second, thumbnail_filename, file_path,
-           create_time
-    FROM thumbnail WHERE task_id = ? ORDER BY thumbnail_id)";
+std::string selectText() {
+    return "SELECT thumbnail_id, " + columns() + " FROM thumbnail WHERE task_id = ? ORDER BY thumbnail_id";
+}
 
 // The picture of a thumbnail made twice has been overwritten under the same name: the row tells of the later one and
 // keeps its number.
-constexpr const char* kInsert = R"(
-    INSERT INTO thumbnail (task_id, file_index, thumbnail_index, thumbnail_second, thumbnail_filename, file_path,
-                           create_time)
-    VALUES (?, ?, ?, ?, ?, ?, ?)
-    ON CONFLICT (task_id, file_index, thumbnail_index) DO UPDATE SET
-        thumbnail_second = excluded.thumbnail_second,
-        thumbnail_filename = excluded.thumbnail_filename,
-        file_path = excluded.file_path,
-        create_time = excluded.create_time)";
+std::string insertText() {
+    return "INSERT INTO thumbnail (" + columns() + ") VALUES (" + columns(":") + ") ON CONFLICT DO UPDATE SET (" +
+           columns() + ") = (" + columns("excluded.") + ")";
+}
 
 /// Makes the folder and an empty file where they are missing: writable for the owner, readable for the group, since
 /// names of users' files stand in the rows. What exists keeps the modes that the administrator gave it.
@@ -71,13 +60,24 @@ SQLite::Database openDatabase() {
     return database;
 }
 
-/// @return whether the table is there; it is not in a new file. Throws for a file of a later release.
-bool hasSchema(SQLite::Database& database) {
+/// @return the file's version, 0 for a new file. Throws for a file of a later release.
+int schemaVersion(SQLite::Database& database) {
     const int version = database.execAndGet("PRAGMA user_version").getInt();
-    if (version != 0 && version != kSchemaVersion) {
+    if (version < 0 || version > host::kSchemaVersion) {
         throw std::runtime_error("the database has schema version " + std::to_string(version));
     }
-    return version == kSchemaVersion;
+    return version;
+}
+
+/// Leads a file of any earlier version to the newest one. The caller's transaction holds the write lock.
+void migrate(SQLite::Database& database) {
+    const int before = schemaVersion(database);
+    for (int version = before; version < host::kSchemaVersion; ++version) {
+        database.exec(host::kSchemaSteps.at(static_cast<std::size_t>(version)));
+    }
+    if (before < host::kSchemaVersion) {
+        database.exec("PRAGMA user_version = " + std::to_string(host::kSchemaVersion));
+    }
 }
 
 int integerOf(const Json::Value& row, const char* key) {
@@ -103,17 +103,16 @@ void store(const Json::Value* row) {
     SQLite::Database database = openDatabase();
     // The write lock is taken at once: a transaction that begins by reading cannot wait for it later.
     SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
-    if (!hasSchema(database)) {
-        database.exec(kSchema);
-    }
-    SQLite::Statement insert(database, kInsert);
+    migrate(database);
+    SQLite::Statement insert(database, insertText());
     int place = 0;
-    for (const char* key : {"task_id", "file_index", "thumbnail_index", "thumbnail_second"}) {
-        insert.bind(++place, integerOf(*row, key));
+    for (const auto& [name, isText] : host::kColumns) {
+        if (isText) {
+            insert.bind(++place, textOf(*row, name));
+        } else {
+            insert.bind(++place, integerOf(*row, name));
+        }
     }
-    insert.bind(++place, textOf(*row, "thumbnail_filename"));
-    insert.bind(++place, textOf(*row, "file_path"));
-    insert.bind(++place, integerOf(*row, "create_time"));
     insert.exec();
     transaction.commit();
 }
@@ -131,15 +130,23 @@ Json::Value rowOf(SQLite::Statement& select) {
     return row;
 }
 
+/// A file of an earlier version is migrated first: the caller stores nothing before it has read.
 Json::Value rowsOf(int taskId) {
     SQLite::Database database = openDatabase();
     Json::Value rows(Json::arrayValue);
-    if (hasSchema(database)) {
-        SQLite::Statement select(database, kSelect);
-        select.bind(1, taskId);
-        while (select.executeStep()) {
-            rows.append(rowOf(select));
-        }
+    const int version = schemaVersion(database);
+    if (version == 0) {
+        return rows;
+    }
+    if (version < host::kSchemaVersion) {
+        SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+        migrate(database);
+        transaction.commit();
+    }
+    SQLite::Statement select(database, selectText());
+    select.bind(1, taskId);
+    while (select.executeStep()) {
+        rows.append(rowOf(select));
     }
     return rows;
 }
