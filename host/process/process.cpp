@@ -1,13 +1,13 @@
 #include "platform/process.h"
 
 #include "host/process/childProcess.h"
+#include "util/printableText.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <new>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -24,16 +24,15 @@ char* argument(const char* text) {
     return const_cast<char*>(text);
 }
 
-/// One message per line, control characters replaced: a line can hold a stranger's file name.
-void logErrors(const char* path, std::string& text) {
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char byte) { return (byte < ' ' && byte != '\n') || byte == 0x7F; }, '?');
-    std::string_view rest = text;
-    for (std::size_t lines = 0; lines < kLoggedLines && !rest.empty(); ++lines) {
-        const std::string_view line = rest.substr(0, rest.find('\n'));
-        syslog(LOG_ERR, "%s: %.*s", path, static_cast<int>(std::min(line.size(), kLoggedBytes)), line.data());
-        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+/// One message per line. What the child did counts, so a lack of memory costs only its lines.
+void logErrors(const char* path, std::string_view text) try {
+    for (std::size_t lines = 0; lines < kLoggedLines && !text.empty(); ++lines) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        syslog(LOG_ERR, "%s: %s", path, printable(line, kLoggedBytes).c_str());
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
     }
+} catch (const std::bad_alloc&) {
+    syslog(LOG_ERR, "%s: no memory for what it printed", path);
 }
 
 } // namespace
@@ -62,7 +61,7 @@ int VLIBCExecl(const char* path, int options, ...) try {
     va_end(more);
 
     const host::Keep keep = (options & kLogErrors) != 0 ? host::Keep::errors : host::Keep::nothing;
-    host::ChildReport report = host::runChild(path, argv.data(), keep, host::kWorkDeadline);
+    const host::ChildReport report = host::runChild(path, argv.data(), keep, host::kWorkDeadline);
     logErrors(path, report.kept);
     return report.result;
 } catch (const std::bad_alloc&) {

@@ -15,12 +15,8 @@ enum ExitStatus : int {
     kEndedBySignal = 128, ///< plus the number of the signal that ended the program
 };
 
-/// `text` as one printable line: control bytes, backslash and what is not UTF-8 as \xNN, cut to `limit` bytes with
-/// "...".
-std::string printable(std::string_view text, std::size_t limit);
-
 /// Writes a line and its end by one write(2), whatever else this process may do no more. False when that failed.
 bool writeLine(int descriptor, const std::string& line);
 
-/// Writes "PROGRAM: FILE: what" as one line to standard error and to the system log. The file's name is made printable.
+/// Writes "PROGRAM: FILE: what" as one line to standard error and to the system log. Both texts are made printable.
 void report(const char* program, std::string_view file, std::string_view what);
