@@ -58,6 +58,7 @@ std::string_view toText(const Json::Value& value) {
 bool parse(const std::string& text, Json::Value& value) {
     Json::CharReaderBuilder builder;
     builder["collectComments"] = false;
+    builder["failIfExtra"] = true;
     builder["stackLimit"] = kMaxDepth;
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value parsed;

@@ -30,7 +30,8 @@ std::string_view toText(const Json::Value& value);
 
 /// Reads one JSON text, nested 32 deep at most: more would not fit the stack of a small thread.
 ///
-/// @return false when `text` is no JSON; `value` stays as it was then.
+/// @param text  a std::string, because the reader looks at the byte behind a malformed one.
+/// @return false when `text` is no JSON, or more than that; `value` stays as it was then.
 bool parse(const std::string& text, Json::Value& value);
 
 } // namespace jsonAccess

@@ -1,12 +1,14 @@
 #include "host/engine/rpcClient.h"
 
-#include <json/reader.h>
+#include "util/jsonAccess.h"
+
 #include <json/writer.h>
 
 #include <sys/socket.h>
 
 #include <algorithm>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 namespace host {
@@ -53,16 +55,6 @@ std::string asText(const Json::Value& value) {
     return Json::writeString(builder, value);
 }
 
-/// Reads one JSON text. The nesting is limited so that the parser, which recurses, fits the smallest thread stacks; the
-/// text is a std::string because the parser reads the byte behind a malformed one.
-bool parse(const std::string& text, Json::Value& value) {
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    builder["stackLimit"] = 32;
-    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    return reader->parse(text.data(), text.data() + text.size(), &value, nullptr) && value.isObject();
-}
-
 } // namespace
 
 RpcClient::RpcClient(std::string url, const RpcLimits& limits)
@@ -95,13 +87,13 @@ Json::Value RpcClient::call(const char* method, Json::Value arguments) {
     request["arguments"] = std::move(arguments);
 
     Json::Value answer;
-    if (!parse(exchange(asText(request)), answer)) {
+    if (!jsonAccess::parse(exchange(asText(request)), answer) || !answer.isObject()) {
         fail("the answer is not a JSON object");
     }
     // A refused call, too, is answered with the HTTP status 200.
-    const Json::Value& result = std::as_const(answer)["result"];
-    if (!result.isString() || result.asString() != "success") {
-        fail("refused: " + (result.isString() ? result.asString() : "no result"));
+    const std::string_view result = jsonAccess::toText(jsonAccess::member(answer, "result"));
+    if (result != "success") {
+        fail("refused: " + std::string(result.empty() ? "no result" : result));
     }
     return std::move(answer["arguments"]);
 }

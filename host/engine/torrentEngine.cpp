@@ -4,6 +4,7 @@
 #include "host/settings.h"
 #include "host/systemLog.h"
 #include "platform/torrentEngine.h"
+#include "util/jsonAccess.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -14,20 +15,10 @@
 namespace host {
 namespace {
 
+using jsonAccess::member;
+using jsonAccess::toText;
+
 constexpr const char* kDownloadLink = "/var/services/download";
-
-std::string_view textOf(const Json::Value& value) {
-    const char* begin = nullptr;
-    const char* end = nullptr;
-    if (!value.isString() || !value.getString(&begin, &end)) {
-        return {};
-    }
-    return {begin, static_cast<std::size_t>(end - begin)};
-}
-
-const Json::Value& member(const Json::Value& value, const char* name) {
-    return value.isObject() ? value[name] : Json::Value::nullSingleton();
-}
 
 std::string downloadRoot() {
     const std::filesystem::path link(kDownloadLink);
@@ -68,7 +59,7 @@ std::string findTorrent(RpcClient& engine, const std::string& taskDirectory) {
     const Json::Value answer = getTorrents(engine, std::move(arguments));
     std::string hash;
     for (const Json::Value& torrent : answer["torrents"]) {
-        if (!isSameDirectory(taskDirectory, textOf(member(torrent, "downloadDir")))) {
+        if (!isSameDirectory(taskDirectory, toText(member(torrent, "downloadDir")))) {
             continue;
         }
         // With two torrents in the directory nothing tells which one the task is; the pictures of one must not be
@@ -76,7 +67,7 @@ std::string findTorrent(RpcClient& engine, const std::string& taskDirectory) {
         if (!hash.empty()) {
             throw std::runtime_error("two torrents download into " + taskDirectory);
         }
-        hash = textOf(member(torrent, "hashString"));
+        hash = toText(member(torrent, "hashString"));
         if (hash.empty()) {
             throw std::runtime_error("the engine's torrent has no hash");
         }
@@ -93,7 +84,7 @@ Json::Value getTorrent(RpcClient& engine, const std::string& hash, const Json::V
     arguments["fields"].append("hashString");
     Json::Value answer = getTorrents(engine, std::move(arguments));
     const Json::Value& torrents = std::as_const(answer)["torrents"];
-    if (torrents.size() > 1 || (torrents.size() == 1 && textOf(member(torrents[0], "hashString")) != hash)) {
+    if (torrents.size() > 1 || (torrents.size() == 1 && toText(member(torrents[0], "hashString")) != hash)) {
         throw std::runtime_error("the engine answered for another torrent");
     }
     return answer;
@@ -105,9 +96,9 @@ void correctNames(Json::Value& files, const std::string& taskDirectory) {
             continue;
         }
         Json::Value& name = file["name"];
-        if (!staysBelow(textOf(name))) {
+        if (!staysBelow(toText(name))) {
             name = Json::Value(); // nobody can take it for a path, and the file's index still holds
-        } else if (const auto other = otherNameOnDisk(taskDirectory, textOf(name))) {
+        } else if (const auto other = otherNameOnDisk(taskDirectory, toText(name))) {
             name = *other;
         }
     }

@@ -106,7 +106,7 @@ TEST_F(TorrentEngine, PassesOnTheAnswerOrSaysWhyThereIsNone) {
         {"HTTP status 409 (", {http(409, "no id")}}, {"HTTP status 302 (", {http(302, "", "Location: /\r\n")}},
         {"the answer is not a JSON object (http://127.0.0.1:", {http(200, "<html>")}},
         {"the answer is not a JSON", {http(200, "[]")}}, {"the answer is not a JSON", {http(200, "{} x")}},
-        {"Exceeded stackLimit", {http(200, nest)}},
+        {"the answer is not a JSON", {http(200, nest)}},
         {"the answer is too long", {http(200, std::string(4001, ' '))}}, {"the answer is too long", {packed}},
         {"refused: no method name (", {http(200, R"({"result":"no method name"})")}},
         {"refused: no result (", {http(200, "{}")}}, {"the engine's answer holds no list", {success("{}")}},
