@@ -2,7 +2,7 @@
 // answer and what jsoncpp makes of it. Each is measured in a process of its own; the columns' unit is MiB. For
 // the private root (scripts/privateRoot).
 
-#include "benchmarks/loopbackEngine.h"
+#include "benchmarks/engineProcess.h"
 #include "benchmarks/torrentItem.h"
 #include "thumbnail/thumbnailGenerator.h"
 
@@ -53,7 +53,7 @@ double peakOf(const Work& work) {
 
 void planMemory(benchmark::State& state) {
     const std::string answer = answerOfFiles(1, static_cast<int>(state.range(0)));
-    const LoopbackEngine engine("/srv/download", {{1, answer}});
+    const EngineProcess engine("/srv/download", {{1, answer}});
     double whole = 0;
     double reply = 0;
     while (state.KeepRunning()) {

@@ -6,7 +6,7 @@
 // engine of our own reports; they lie in the same volume. Each pair is measured in turn. Prints rows of Markdown
 // tables: medians in milliseconds and the median of the pairs' ratios.
 
-#include "benchmarks/loopbackEngine.h"
+#include "benchmarks/engineProcess.h"
 #include "benchmarks/median.h"
 #include "benchmarks/torrentItem.h"
 #include "platform/thumbnailDatabase.h"
@@ -154,7 +154,7 @@ void compare(const char* name, int pairs, double scale, const First& first, cons
 }
 
 void run(int pairs, const std::vector<fs::path>& files) {
-    const LoopbackEngine engine(kDownload, {{1, makeTask(1, files)}, {2, makeTask(2, files)}});
+    const EngineProcess engine(kDownload, {{1, makeTask(1, files)}, {2, makeTask(2, files)}});
     forget();
     generateBoth();
     const std::vector<Command> first = commandsOf(1);
