@@ -1,6 +1,7 @@
 // Counts or makes the thumbnails of one download task and shows the progress.
 
 #include "thumbnail/thumbnailGenerator.h"
+#include "util/printableText.h"
 
 #include <syslog.h>
 #include <unistd.h>
@@ -61,11 +62,10 @@ int fail(int task, const char* what) {
     return 1;
 }
 
-/// A file's name as a terminal may see it: the names are strangers' and can hold control characters.
-std::string printable(std::string name) {
-    std::replace_if(
-        name.begin(), name.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
-    return name;
+/// A stranger's name for a file, as a terminal may show it.
+std::string shown(const std::string& path) {
+    constexpr std::size_t kLongestPath = 4096;
+    return printable(path, kLongestPath);
 }
 
 /// Shows N of M: a bar on a terminal, a line per change elsewhere.
@@ -118,14 +118,14 @@ void printTable(const std::vector<Thumbnail>& rows, const std::vector<Thumbnail>
                                          [&row](const Thumbnail& p) { return p.file_index == row.file_index; });
         const std::string file = source == plan.end() ? std::to_string(row.file_index) : source->file_path;
         std::printf("%6d  %6d  %-12s  %-19s  %s\n", row.thumbnail_id, row.thumbnail_second,
-                    row.thumbnail_filename.c_str(), timeText(row.create_time).c_str(), printable(file).c_str());
+                    row.thumbnail_filename.c_str(), timeText(row.create_time).c_str(), shown(file).c_str());
     }
 }
 
 void printMissing(const std::vector<Thumbnail>& missing) {
     for (const Thumbnail& thumbnail : missing) {
         (void)std::fprintf(stderr, "missing: %d_%d of %s\n", thumbnail.file_index, thumbnail.thumbnail_index,
-                           printable(thumbnail.file_path).c_str());
+                           shown(thumbnail.file_path).c_str());
     }
 }
 

@@ -3,14 +3,14 @@
 #include <string>
 #include <string_view>
 
-/// How the programs that make pictures end. Anything but `made` leaves no new picture behind.
+/// How the programs that read media end. Anything but `kMade` leaves no new picture behind, and no length printed.
 enum ExitStatus : int {
     kMade = 0,
-    kNoPicture = 1,       ///< the input holds no picture that can be decoded whole
+    kNoPicture = 1,       ///< the input holds no picture that can be decoded whole, or tells no length
     kUsage = 2,           ///< the command line is not the one the program takes
     kBadInput = 3,        ///< the input is missing, no regular file, or outside the task's directory
-    kBadOutput = 4,       ///< the picture could not be written
-    kNoSandbox = 5,       ///< the sandbox is missing or refused; nothing was decoded
+    kBadOutput = 4,       ///< the picture or the length could not be written
+    kNoSandbox = 5,       ///< the sandbox, or the kernel's filter, is missing or refused; nothing was read
     kLimitReached = 6,    ///< time, processor time, memory or size ran out
     kEndedBySignal = 128, ///< plus the number of the signal that ended the program
 };
