@@ -1,5 +1,7 @@
 #include "platform/fileSystem.h"
 
+#include "util/descriptor.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,14 +21,9 @@ struct Ownership {
 
 // Through a descriptor, so that nobody can put a link to something else in between.
 bool own(const std::string& path, const Ownership& ownership) {
-    const int directory = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (directory < 0) {
-        return false;
-    }
-    const bool done =
-        ::fchown(directory, ownership.uid, ownership.gid) == 0 && ::fchmod(directory, ownership.mode) == 0;
-    ::close(directory);
-    return done;
+    const Descriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return directory && ::fchown(directory.get(), ownership.uid, ownership.gid) == 0 &&
+           ::fchmod(directory.get(), ownership.mode) == 0;
 }
 
 bool makeOne(const std::string& path, const Ownership& ownership) {

@@ -1,6 +1,7 @@
 #include "host/process/childProcess.h"
 
 #include "host/process/launcher.h"
+#include "util/descriptor.h"
 
 #include <algorithm>
 #include <array>
@@ -34,34 +35,18 @@ private:
     int cancelState_ = PTHREAD_CANCEL_ENABLE;
 };
 
-class Descriptor {
-public:
-    Descriptor() = default;
-    ~Descriptor() {
-        if (number_ >= 0) {
-            close(number_);
-        }
+/// Away from 0, 1 and 2, where the child's own will be. @return 0 or an errno.
+int moveUp(Descriptor& descriptor) {
+    if (descriptor.get() > STDERR_FILENO) {
+        return 0;
     }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    int get() const { return number_; }
-    int* place() { return &number_; }
-
-    /// Away from 0, 1 and 2, where the child's own will be. @return 0 or an errno.
-    int moveUp() {
-        if (number_ > STDERR_FILENO) {
-            return 0;
-        }
-        const int low = std::exchange(number_, fcntl(number_, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-        const int failure = number_ < 0 ? errno : 0;
-        close(low);
-        return failure;
+    Descriptor high(fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    if (!high) {
+        return errno;
     }
-
-private:
-    int number_ = -1;
-};
+    descriptor = std::move(high);
+    return 0;
+}
 
 /// Reads one output of a program.
 ///
@@ -77,18 +62,17 @@ public:
         if (pipe2(ends.data(), O_CLOEXEC) != 0) {
             return errno;
         }
-        *readEnd_.place() = ends[0];
-        *writeEnd_.place() = ends[1];
-        const int failure = readEnd_.moveUp();
-        return failure != 0 ? failure : writeEnd_.moveUp();
+        readEnd_ = Descriptor(ends[0]);
+        writeEnd_ = Descriptor(ends[1]);
+        const int failure = moveUp(readEnd_);
+        return failure != 0 ? failure : moveUp(writeEnd_);
     }
 
     int writeEnd() const { return writeEnd_.get(); }
-    int* endOfLauncher() { return launcher_.place(); }
 
-    /// Keeps what arrives until the launcher has ended.
-    void readToEnd() {
-        std::array<pollfd, 2> events = {{{launcher_.get(), POLLIN, 0}, {readEnd_.get(), POLLIN, 0}}};
+    /// Keeps what arrives until the launcher has ended, which is when `launcher` becomes readable.
+    void readToEndOf(const Descriptor& launcher) {
+        std::array<pollfd, 2> events = {{{launcher.get(), POLLIN, 0}, {readEnd_.get(), POLLIN, 0}}};
         while (events[0].revents == 0) {
             if (poll(events.data(), events.size(), -1) < 0) {
                 if (errno != EINTR) {
@@ -146,7 +130,6 @@ private:
     ChildReport& report_;
     Descriptor readEnd_;
     Descriptor writeEnd_;
-    Descriptor launcher_;
 };
 
 int resultOf(const LaunchOrder& order) {
@@ -158,12 +141,13 @@ int resultOf(const LaunchOrder& order) {
 
 /// @param capture  null: nothing is kept, and then no descriptor is used.
 int runLauncher(LaunchOrder& order, Capture* capture) {
-    const pid_t launcher = startLauncher(order, capture != nullptr ? capture->endOfLauncher() : nullptr);
+    int pidfd = -1;
+    const pid_t launcher = startLauncher(order, capture != nullptr ? &pidfd : nullptr);
     if (launcher < 0) {
         return launcher;
     }
     if (capture != nullptr) {
-        capture->readToEnd();
+        capture->readToEndOf(Descriptor(pidfd));
     }
     while (waitpid(launcher, nullptr, __WALL) < 0 && errno == EINTR) {
     }

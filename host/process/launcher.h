@@ -34,7 +34,8 @@ struct LaunchOrder {
 /// Starts the launcher of an order.
 ///
 /// The answer is complete when the launcher has ended; the caller then reaps it, by its number and with __WALL.
-/// @param pidfd  null, or where a descriptor that becomes readable at that moment is stored; the caller closes it.
+/// @param pidfd  null, or where a descriptor that becomes readable at that moment is stored; the caller closes it. On
+///               failure a number may stand there as well: that of a descriptor which the kernel has closed again.
 /// @return the launcher's process number, or a negative errno.
 pid_t startLauncher(LaunchOrder& order, int* pidfd);
 
