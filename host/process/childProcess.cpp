@@ -1,6 +1,7 @@
 #include "host/process/childProcess.h"
 
 #include "host/process/launcher.h"
+#include "util/cancellation.h"
 #include "util/descriptor.h"
 
 #include <algorithm>
@@ -11,7 +12,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,20 +19,17 @@
 namespace host {
 namespace {
 
-/// The caller's errno and cancellation as they were before; a thread cancelled halfway would leave a child.
+/// The caller's errno and cancellation as they were before.
 class CallerState {
 public:
-    CallerState() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState_); }
-    ~CallerState() {
-        pthread_setcancelstate(cancelState_, nullptr);
-        errno = errno_;
-    }
+    CallerState() = default;
+    ~CallerState() { errno = errno_; }
     CallerState(const CallerState&) = delete;
     CallerState& operator=(const CallerState&) = delete;
 
 private:
     int errno_ = errno;
-    int cancelState_ = PTHREAD_CANCEL_ENABLE;
+    CancellationBlock cancellation_;
 };
 
 /// Away from 0, 1 and 2, where the child's own will be. @return 0 or an errno.

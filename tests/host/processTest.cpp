@@ -133,7 +133,9 @@ TEST_F(ProcessTest, needsNoDescriptorUnlessItCaptures) {
     EXPECT_TRUE(inProcess([] {
         const rlimit few = {3, 4096};
         setrlimit(RLIMIT_NOFILE, &few);
+        errno = EDOM;
         print(-EMFILE, "/bin/true", nullptr, nullptr);
+        EXPECT_EQ(errno, EDOM);
         EXPECT_EQ(VLIBCExecv("/no/such", nullptr, 1), -ENOENT);
         EXPECT_EQ(errno, ENOENT);
         EXPECT_EQ(shell("exit $(($(ulimit -n) == 1024))"), 1);
