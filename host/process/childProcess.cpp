@@ -1,6 +1,7 @@
 #include "host/process/childProcess.h"
 
 #include "host/process/launcher.h"
+#include "host/process/rawSystemCall.h"
 #include "util/cancellation.h"
 #include "util/descriptor.h"
 
@@ -71,11 +72,11 @@ public:
     void readToEndOf(const Descriptor& launcher) {
         std::array<pollfd, 2> events = {{{launcher.get(), POLLIN, 0}, {readEnd_.get(), POLLIN, 0}}};
         while (events[0].revents == 0) {
-            if (poll(events.data(), events.size(), -1) < 0) {
-                if (errno != EINTR) {
-                    return;
-                }
-            } else if (events[1].revents != 0) {
+            const long ready = rawCall(SYS_ppoll, address(events.data()), events.size());
+            if (ready < 0 && ready != -EINTR) {
+                return;
+            }
+            if (ready > 0 && events[1].revents != 0) {
                 readSome(kPortion);
             }
         }
@@ -136,6 +137,8 @@ int resultOf(const LaunchOrder& order) {
     return WIFEXITED(order.waitStatus) ? WEXITSTATUS(order.waitStatus) : -ECANCELED;
 }
 
+/// Waits by raw calls, as readToEnd(): errno may be the launcher's, and the order must outlive it.
+///
 /// @param capture  null: nothing is kept, and then no descriptor is used.
 int runLauncher(LaunchOrder& order, Capture* capture) {
     int pidfd = -1;
@@ -146,7 +149,7 @@ int runLauncher(LaunchOrder& order, Capture* capture) {
     if (capture != nullptr) {
         capture->readToEndOf(Descriptor(pidfd));
     }
-    while (waitpid(launcher, nullptr, __WALL) < 0 && errno == EINTR) {
+    while (rawCall(SYS_wait4, launcher, 0, __WALL) == -EINTR) {
     }
     return resultOf(order);
 }
@@ -164,6 +167,7 @@ ChildReport runChild(const char* path, char* const* argv, Keep keep, std::chrono
     order.environment = const_cast<char* const*>(kEnvironment.data()); // execve's type; it changes nothing
     order.nanoseconds = deadline.count();
     order.caller = getpid();
+    order.callerErrno = &errno;
     if (keep == Keep::nothing) {
         report.result = runLauncher(order, nullptr);
         return report;

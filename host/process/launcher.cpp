@@ -1,5 +1,7 @@
 // What runs here after clone() does so in the memory of a caller that runs on. It has that thread's errno and thread
-// data before it, so it calls the kernel only: nothing of the C library, and no instrumentation (see CMakeLists.txt).
+// data before it, so it calls the kernel only, and no instrumentation (see CMakeLists.txt). Of the C library it calls
+// clone() alone, which touches no thread data but errno, where it fails, and whose place in memory is known since this
+// code was loaded (-fno-plt): the dynamic linker has nothing to do in the launcher.
 
 #include "host/process/launcher.h"
 
@@ -15,6 +17,9 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
+/// clone() by the C library's other name for it, which the thread sanitizer does not take for a fork.
+extern "C" int __clone(int (*entry)(void*), void* stackEnd, int flags, void* argument, ...); // NOLINT
+
 namespace host {
 namespace {
 
@@ -23,11 +28,6 @@ constexpr int kCallerGone = kSignals; ///< told to the launcher when the calling
 constexpr long kMaskSize = sizeof(unsigned long);
 constexpr rlim_t kProgramDescriptors = 1024;
 constexpr long long kSecond = 1'000'000'000;
-
-template <typename T>
-long address(const T* place) {
-    return reinterpret_cast<long>(place);
-}
 
 constexpr unsigned long maskOf(int signal) {
     return 1UL << (signal - 1);
@@ -93,7 +93,7 @@ long setDescriptors(const LaunchOrder& order) {
 }
 
 /// The program's process from its first moment.
-void becomeProgram(void* argument) {
+int becomeProgram(void* argument) {
     auto& order = *static_cast<LaunchOrder*>(argument);
     rawCall(SYS_setpgid, 0, 0);
     rawCall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL);
@@ -160,7 +160,7 @@ int reapGroup(long program) {
     return status;
 }
 
-void launch(void* argument) {
+int launch(void* argument) {
     auto& order = *static_cast<LaunchOrder*>(argument);
     rawCall(SYS_prctl, PR_SET_PDEATHSIG, kCallerGone);
     if (rawCall(SYS_getppid) != order.caller) {
@@ -170,10 +170,11 @@ void launch(void* argument) {
     resetSignalActions();
     order.launcher = static_cast<pid_t>(rawCall(SYS_getpid));
     const long long deadline = now() + order.nanoseconds;
-    const long program =
-        rawClone(CLONE_VM | CLONE_VFORK | SIGCHLD, address(&order.programStack + 1), 0, becomeProgram, &order);
+    const int program = __clone(becomeProgram, &order.programStack + 1, CLONE_VM | CLONE_VFORK | SIGCHLD, &order);
     if (program < 0) {
-        order.error = static_cast<int>(-program);
+        if (const int cause = *order.callerErrno; cause > 0) { // 0 if a signal handler has just put its errno back
+            order.error = cause;
+        }
         leave();
     }
     const int cut = awaitEnd(program, deadline, maskOf(SIGCHLD) | maskOf(kCallerGone));
@@ -188,12 +189,14 @@ void launch(void* argument) {
 } // namespace
 
 pid_t startLauncher(LaunchOrder& order, int* pidfd) {
-    const unsigned long pidfdFlag = pidfd != nullptr ? CLONE_PIDFD : 0;
+    const int flags = CLONE_VM | CLONE_FILES | (pidfd != nullptr ? CLONE_PIDFD : 0);
     const unsigned long former = setMask(~0UL); // no handler of the caller's may ever run in the launcher
-    const long launcher =
-        rawClone(CLONE_VM | CLONE_FILES | pidfdFlag, address(&order.launcherStack + 1), address(pidfd), launch, &order);
+    int launcher = __clone(launch, &order.launcherStack + 1, flags, &order, pidfd);
+    if (launcher < 0) {
+        launcher = -*order.callerErrno;
+    }
     setMask(former);
-    return static_cast<pid_t>(launcher);
+    return launcher;
 }
 
 } // namespace host

@@ -21,6 +21,7 @@ struct LaunchOrder {
     int errors = -1;       ///< the same for standard error
     long long nanoseconds; ///< after which the program is killed with its process group
     pid_t caller;
+    int* callerErrno; ///< of the thread that starts the launcher
 
     int error = ECHILD; ///< 0: the program ran to its end; ETIME: it was killed; else why it could not be started
     int waitStatus = 0; ///< how it ended, when error is 0
@@ -33,7 +34,8 @@ struct LaunchOrder {
 
 /// Starts the launcher of an order.
 ///
-/// The answer is complete when the launcher has ended; the caller then reaps it, by its number and with __WALL.
+/// The answer is complete when the launcher has ended; the caller then reaps it, by its number and with __WALL. Until
+/// then the launcher may write the calling thread's errno at any moment, so nothing may be decided by it.
 /// @param pidfd  null, or where a descriptor that becomes readable at that moment is stored; the caller closes it. On
 ///               failure a number may stand there as well: that of a descriptor which the kernel has closed again.
 /// @return the launcher's process number, or a negative errno.

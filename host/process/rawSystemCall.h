@@ -17,28 +17,6 @@ inline long rawCall(long number, long a = 0, long b = 0, long c = 0, long d = 0,
     return answer;
 }
 
-/// clone(), the new process entering `entry(argument)` on a stack of its own; `entry` must not return.
-///
-/// @param stackEnd  the end of that stack, a multiple of 16. @param parentTid  clone's third parameter.
-inline long rawClone(unsigned long flags, long stackEnd, long parentTid, void (*entry)(void*), void* argument) {
-    register long childTid asm("r10") = 0;
-    register auto target asm("r8") = entry; // the place of clone's thread area, which these flags leave unread
-    register void* first asm("r9") = argument;
-    long answer = SYS_clone;
-    asm volatile("syscall\n\t"
-                 "test %%rax, %%rax\n\t"
-                 "jnz 1f\n\t"
-                 "xor %%ebp, %%ebp\n\t"
-                 "mov %%r9, %%rdi\n\t"
-                 "call *%%r8\n\t"
-                 "ud2\n"
-                 "1:"
-                 : "+a"(answer)
-                 : "D"(flags), "S"(stackEnd), "d"(parentTid), "r"(childTid), "r"(target), "r"(first)
-                 : "rcx", "r11", "cc", "memory");
-    return answer;
-}
-
 #elif defined(__aarch64__)
 
 inline long rawCall(long number, long a = 0, long b = 0, long c = 0, long d = 0, long e = 0) {
@@ -52,33 +30,14 @@ inline long rawCall(long number, long a = 0, long b = 0, long c = 0, long d = 0,
     return first;
 }
 
-/// clone(), the new process entering `entry(argument)` on a stack of its own; `entry` must not return.
-///
-/// @param stackEnd  the end of that stack, a multiple of 16. @param parentTid  clone's third parameter.
-inline long rawClone(unsigned long flags, long stackEnd, long parentTid, void (*entry)(void*), void* argument) {
-    register long call asm("x8") = SYS_clone;
-    register unsigned long answer asm("x0") = flags;
-    register long stack asm("x1") = stackEnd;
-    register long tid asm("x2") = parentTid;
-    register long threadArea asm("x3") = 0;
-    register long childTid asm("x4") = 0;
-    register auto target asm("x5") = entry;
-    register void* first asm("x6") = argument;
-    asm volatile("svc 0\n\t"
-                 "cbnz x0, 1f\n\t"
-                 "mov x29, xzr\n\t"
-                 "mov x0, x6\n\t"
-                 "blr x5\n\t"
-                 "brk #0\n"
-                 "1:"
-                 : "+r"(answer)
-                 : "r"(call), "r"(stack), "r"(tid), "r"(threadArea), "r"(childTid), "r"(target), "r"(first)
-                 : "cc", "memory");
-    return static_cast<long>(answer);
-}
-
 #else
 #error "host: no system calls written for this processor"
 #endif
+
+/// A place in memory as such a call takes it.
+template <typename T>
+long address(const T* place) {
+    return reinterpret_cast<long>(place);
+}
 
 } // namespace host

@@ -143,6 +143,24 @@ TEST_F(ProcessTest, needsNoDescriptorUnlessItCaptures) {
     }));
 }
 
+TEST_F(ProcessTest, tellsWhyItCannotStart) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root becomes a user who has no other process";
+    }
+    EXPECT_TRUE(inProcess([] {
+        EXPECT_EQ(setuid(54321), 0);
+        rlimit processes = {0, 20};
+        int result = -EAGAIN; // first the launcher is one too many, last the program
+        while (result == -EAGAIN && ++processes.rlim_cur < processes.rlim_max) {
+            setrlimit(RLIMIT_NPROC, &processes);
+            result = shell("exit 7");
+        }
+        EXPECT_EQ(result, 7);
+        EXPECT_GE(processes.rlim_cur, 3U);
+        return !HasFailure();
+    }));
+}
+
 TEST_F(ProcessTest, leavesOtherThreadsTheirChildren) {
     std::vector<std::future<void>> threads;
     for (int t = 0; t < 4; ++t) {
