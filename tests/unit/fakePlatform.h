@@ -4,11 +4,14 @@
 
 #include <map>
 #include <string>
+#include <vector>
+
+using Texts = std::vector<std::string>;
 
 /// The neighbours of the library, scripted: what they answer, and what they were asked.
 ///
-/// The test program defines the platform operations, syslog(), readlink() of the download link and statfs64() itself;
-/// its definitions win over those of the libraries.
+/// The test program defines the platform operations, syslog(), time(), readlink() of the download link and statfs64()
+/// itself; its definitions win over those of the libraries.
 struct FakePlatform {
     // Answers.
     std::string downloadLink = {};                      ///< target of /var/services/download
@@ -22,8 +25,8 @@ struct FakePlatform {
     long blockSize = 4096;
 
     // Questions.
-    std::string calls = {};    ///< each an operation and its arguments, behind a '|' each; separated by ';'
-    std::string messages = {}; ///< system log: the class's texts alone, of others "source:N text"; separated by ';'
+    Texts calls = {};    ///< each an operation and its arguments up to the first null pointer, behind a '|' each
+    Texts messages = {}; ///< system log, without where they were written
 
     /// Notes a call. @return its scripted result.
     int take(const std::string& call);

@@ -1,5 +1,4 @@
-// The class on a fake platform: results, messages and questions to the neighbours of every stage, with the debug flag
-// on and off.
+// The class on a fake platform: results, messages and questions to the neighbours of every stage.
 
 #include "fakePlatform.h"
 #include "tests/host/caller.h"
@@ -9,45 +8,25 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <algorithm>
-#include <ctime>
 #include <functional>
 
 namespace {
 
-using Texts = std::vector<std::string>;
+using Indices = std::vector<int>;
+using Plan = std::vector<Thumbnail>;
+
 constexpr auto kVideo = VEXODL_MEDIA_TYPE_VIDEO;
 constexpr auto kPhoto = VEXODL_MEDIA_TYPE_PHOTO;
-const std::string kDebugMode = "|--debug_mode"; ///< of the calls, where the debug flag is set
 
-// One row a case, also where that is a long line.
-// clang-format off
-
-/// What a test does, and all that comes of it: messages (with the debug flag set, without their source) and calls.
-struct Case {
-    std::string name;
-    std::function<void(ThumbnailGenerator&)> arrange;
-    std::function<int(ThumbnailGenerator&)> act;
-    int result;
-    std::string messages, calls = "any";
-};
-
-#define SET(...) [=]([[maybe_unused]] ThumbnailGenerator& generator) { __VA_ARGS__; }
-#define CALL(...) [=](ThumbnailGenerator& generator) { return generator.__VA_ARGS__; }
-
-std::string number(long long value) { return std::to_string(value); }
-std::string file(const std::string& name, long long length, long long completed) {
-    return R"({"name":")" + name + R"(","length":)" + number(length) + R"(,"bytesCompleted":)" + number(completed) + "}";
-}
-std::string row(int fileIndex, int index) {
-    return R"({"task_id":12,"file_index":)" + number(fileIndex) + R"(,"thumbnail_index":)" + number(index) + "}";
-}
+const std::string kFilm = R"({"name":"a.mkv","length":52428800,"bytesCompleted":52428800})";
+const std::string kPicture = R"({"name":"b.jpg","length":10,"bytesCompleted":10})";
+const std::string kHalfPicture = R"({"name":"c.png","length":1000,"bytesCompleted":500})";
 
 /// A torrent item with these files, all wanted.
 Json::Value item(const Texts& files) {
     Json::Value torrent = json(R"({"files":[],"fileStats":[]})");
-    for (const std::string& text : files) {
-        torrent["files"].append(json(text));
+    for (const std::string& file : files) {
+        torrent["files"].append(json(file));
         torrent["fileStats"].append(json(R"({"wanted":true})"));
     }
     return torrent;
@@ -58,52 +37,74 @@ void report(const Texts& files) {
     fake.reply["arguments"]["torrents"][0] = item(files);
 }
 
-const std::string kFilm = file("a.mkv", 52428800, 52428800), kPicture = file("b.jpg", 10, 10);
-const Texts kSomeTask = {kFilm, kPicture, file("c.png", 1000, 500)};
+Json::Value rowOf(Thumbnail thumbnail) {
+    Json::Value row("replaced");
+    thumbnail.toJson(row);
+    return row;
+}
 
-Thumbnail planned(int fileIndex, int index, VEXODL_MEDIA_TYPE type = kVideo) {
-    return {12, fileIndex, index, type == kPhoto ? "b.jpg" : "a.mkv", type};
+Indices collect(int Thumbnail::*field, const Plan& plan) {
+    Indices all;
+    for (const Thumbnail& each : plan) {
+        all.push_back(each.*field);
+    }
+    return all;
+}
+
+Plan planOf(const Texts& files) {
+    ThumbnailGenerator generator(12, true);
+    generator.taskFiles = item(files);
+    Plan plan;
+    EXPECT_EQ(generator.getThumbnailList(plan), 0);
+    return plan;
+}
+
+using Step = std::function<int(ThumbnailGenerator&)>;
+
+/// A step that makes one thumbnail, in vain: the record stays as it was.
+Step making(const Thumbnail& planned) {
+    return [planned](ThumbnailGenerator& generator) {
+        generator.taskFiles = item({kFilm, kPicture, kHalfPicture});
+        Thumbnail thumbnail = planned;
+        const int result = generator.generateThumbnail(thumbnail);
+        EXPECT_EQ(rowOf(thumbnail), rowOf(planned));
+        return result;
+    };
 }
 
 struct GeneratorTest : testing::Test {
     GeneratorTest() { reset(); }
 
+    /// Neighbours with whom a run succeeds.
     void reset() {
         fake = {sandbox.root};
-        report(kSomeTask);
-        indices = {7};
+        report({kFilm, kPicture});
     }
 
-    void check(const std::vector<Case>& cases) {
-        for (const Case& each : cases) {
-            for (const bool debug : {true, false}) {
-                SCOPED_TRACE(each.name + (debug ? ", debug" : ""));
-                reset();
-                ThumbnailGenerator generator(12, debug);
-                generator.taskFiles = item(kSomeTask);
-                each.arrange(generator);
-                EXPECT_EQ(each.act(generator), each.result);
-                EXPECT_EQ(fake.messages, debug ? each.messages : "");
-                if (each.calls != "any") {
-                    std::string calls = each.calls;
-                    calls.erase(debug ? calls.size() : std::min(calls.size(), calls.find(kDebugMode)), kDebugMode.size());
-                    EXPECT_EQ(fake.calls, calls);
-                }
-            }
+    /// Takes a step that fails where the neighbours answer otherwise, and says why with the debug flag alone.
+    void fails(
+        const std::string& name, const Step& step, const Texts& messages, const std::function<void()>& answer = [] {}) {
+        for (const bool debug : {true, false}) {
+            SCOPED_TRACE(name + (debug ? ", debug" : ""));
+            reset();
+            answer();
+            ThumbnailGenerator generator(12, debug);
+            EXPECT_EQ(step(generator), -1);
+            EXPECT_EQ(fake.messages, debug ? messages : Texts());
         }
     }
 
     Sandbox sandbox;
-    const std::string task = sandbox / "12/";
-    std::vector<int> indices;
+    const std::string task = sandbox / "12";
+    const std::string work = task + "/vexodlthumbnail";
 };
 
-std::vector<int> ranked(const Json::Value& torrent, std::vector<int> indices, VEXODL_MEDIA_TYPE type) {
-    ThumbnailGenerator generator(12, false);
+Indices ranked(const Json::Value& torrent, Indices candidates, VEXODL_MEDIA_TYPE type) {
+    ThumbnailGenerator generator(12, true);
     generator.taskFiles = torrent;
-    EXPECT_EQ(generator.getNeedThumbnail(indices, type), 0);
+    EXPECT_EQ(generator.getNeedThumbnail(candidates, type), 0);
     EXPECT_EQ(generator.taskFiles, torrent);
-    return indices;
+    return candidates;
 }
 
 } // namespace
@@ -113,273 +114,253 @@ TEST(ThumbnailTest, GoesToARowAndComesBack) {
     thumbnail.setThumbnail("3_2.jpeg", 7, 1700000000);
     Json::Value row = json(R"({"kept":1,"task_id":"old"})");
     thumbnail.toJson(row);
-    EXPECT_EQ(row, json(R"({"kept":1,"thumbnail_id":-1,"task_id":12,"file_index":3,"thumbnail_index":2,"thumbnail_second":7,
-        "thumbnail_filename":"3_2.jpeg","file_path":"Movies/a.mkv","create_time":1700000000})"));
-    Json::Value again("not an object");
-    Thumbnail(row).toJson(again);
-    EXPECT_EQ(again, json(R"({"thumbnail_id":-1,"task_id":12,"file_index":3,"thumbnail_index":2,"thumbnail_second":7,
-        "thumbnail_filename":"3_2.jpeg","file_path":"","create_time":1700000000})"));
+    EXPECT_EQ(row, json(R"({"kept":1,"thumbnail_id":-1,"task_id":12,"file_index":3,"thumbnail_index":2,
+        "thumbnail_second":7,"thumbnail_filename":"3_2.jpeg","file_path":"Movies/a.mkv","create_time":1700000000})"));
+    row["thumbnail_id"] = 5;
+    EXPECT_EQ(rowOf(Thumbnail(row)), json(R"({"thumbnail_id":5,"task_id":12,"file_index":3,"thumbnail_index":2,
+        "thumbnail_second":7,"thumbnail_filename":"3_2.jpeg","file_path":"","create_time":1700000000})"));
 }
 
 TEST(ThumbnailTest, ReadsARowOfAnyShape) {
-    for (const char* text : {"5", "null", "[1]", R"("row")", R"({"task_id":"12","file_index":true,"thumbnail_index":null,
+    for (const char* text : {"5", "null", "[1]", R"({"thumbnail_id":1.5,"task_id":"12","file_index":true,
              "thumbnail_second":4294967296,"thumbnail_filename":5,"create_time":{},"file_path":"x"})"}) {
-        Json::Value row = json(text), back;
-        Thumbnail(row).toJson(back);
-        EXPECT_EQ(back, json(R"({"thumbnail_id":-1,"task_id":-1,"file_index":-1,"thumbnail_index":-1,
-            "thumbnail_second":-1,"thumbnail_filename":"","file_path":"","create_time":-1})")) << text;
+        Json::Value row = json(text);
+        EXPECT_EQ(rowOf(Thumbnail(row)), rowOf({-1, -1, -1, "", kVideo})) << text;
         EXPECT_EQ(row, json(text));
     }
 }
 
 TEST_F(GeneratorTest, FetchesTheFirstTorrent) {
-    const auto fetch = [](ThumbnailGenerator& generator) {
-        const int result = generator.getTaskFileList(99);
-        EXPECT_EQ(generator.taskFiles, result < 0 ? item(kSomeTask) : "kept all the same");
-        return result;
-    };
-    const Json::Value several = json(R"({"arguments":{"torrents":["kept all the same",5]}})");
-    check({{"several torrents", SET(fake.reply = several), fetch, 0, "", R"(torrent|99|["id","name","files","fileStats"])"},
-           {"positive result", SET(fake.reply = several; fake.results["torrent"] = 1), fetch, -1,
-            "Failed to get torrent file list"}});
+    const Step fetch = [](ThumbnailGenerator& generator) { return generator.getTaskFileList(99); };
     for (const char* text : {"null", "[]", "7", R"({"arguments":5})", R"({"arguments":{"torrents":{"0":{}}}})",
                              R"({"arguments":{"torrents":"x"}})", R"({"arguments":{"torrents":[]}})"}) {
-        check({{text, SET(fake.reply = json(text)), fetch, -1, "Failed to get first torrent item"}});
+        fails(text, fetch, {"Failed to get first torrent item"}, [&] { fake.reply = json(text); });
     }
+    ThumbnailGenerator generator(12, true);
+    fake.reply = json(R"({"arguments":{"torrents":["the first",5]}})");
+    EXPECT_EQ(fetch(generator), 0);
+    EXPECT_EQ(fake.calls.back(), "torrent|99|id|name|files|fileStats");
+    fake.reply = Json::nullValue;
+    EXPECT_EQ(fetch(generator), -1);
+    EXPECT_EQ(generator.taskFiles, "the first"); // what it had stays
 }
 
-TEST_F(GeneratorTest, ClassifiesByExtension) {
+TEST_F(GeneratorTest, ListsVideosAndPhotosByExtension) {
+    Indices list = {7}; // keeps what it holds
     for (const char* text : {"null", "[]", "5", "{}", R"({"files":{"0":1}})", R"({"files":[]})"}) {
-        const auto shape = SET(generator.taskFiles = json(text));
-        check({{text, shape, CALL(getVideoFile(indices)), -1, "Wrong jsontorrent format"},
-               {text, shape, CALL(getPhotoFile(indices)), -1, "Wrong jsontorrent format"}});
-        EXPECT_EQ(indices, std::vector<int>{7});
+        const auto listBoth = [&](ThumbnailGenerator& generator) {
+            generator.taskFiles = json(text);
+            EXPECT_EQ(generator.getVideoFile(list), -1);
+            return generator.getPhotoFile(list);
+        };
+        fails(text, listBoth, {"Wrong jsontorrent format", "Wrong jsontorrent format"});
     }
-    const auto names = SET(generator.taskFiles = json(R"({"files":[{"name":"movie.MKV"},{},5,{"name":7},{"name":"none"},
-        {"name":".mp4"},{"name":"x.tar.gz"},{"name":"end."},{"name":"Season.1/episode"},{"name":"sub.mkv"},{"name":"a.jpg"}]})"));
-    check({{"videos", names, CALL(getVideoFile(indices)), 0, "", "video|MKV;subtitle|movie.MKV;video|mp4;subtitle|.mp4;"
-            "video|gz;video|;video|1/episode;video|mkv;subtitle|sub.mkv;video|jpg"}});
-    EXPECT_EQ(indices, (std::vector<int>{7, 0, 5}));
-    check({{"photos", names, CALL(getPhotoFile(indices)), 0, ""}});
-    EXPECT_EQ(indices, (std::vector<int>{7, 10}));
+    ThumbnailGenerator generator(12, true);
+    generator.taskFiles = json(R"({"files":[{"name":"movie.MKV"},{},5,{"name":7},{"name":"none"},{"name":".mp4"},
+        {"name":"x.tar.gz"},{"name":"end."},{"name":"Season.1/episode"},{"name":"sub.mkv"},{"name":"a.jpg"}]})");
+    EXPECT_EQ(generator.getVideoFile(list), 0);
+    EXPECT_EQ(list, (Indices{7, 0, 5}));
+    EXPECT_EQ(fake.calls, (Texts{"video|MKV", "subtitle|movie.MKV", "video|mp4", "subtitle|.mp4", "video|gz", "video|",
+                                 "video|1/episode", "video|mkv", "subtitle|sub.mkv", "video|jpg"}));
+    EXPECT_EQ(generator.getPhotoFile(list), 0);
+    EXPECT_EQ(list, (Indices{7, 0, 5, 10}));
 }
 
-TEST_F(GeneratorTest, RanksCandidates) {
-    check({{"no candidates", SET(indices.clear()), CALL(getNeedThumbnail(indices, kVideo)), -1, "Bad parameter"}});
+TEST_F(GeneratorTest, ChoosesTheFiveLargestWanted) {
     Texts files;
-    for (const long long length : {52428800LL, 52428809LL, 6000000000LL, 52428799LL, 52428809LL, 52428801LL, 5000000000LL}) {
-        files.push_back(file("v", length, 0));
+    for (const char* size : {"52428800", "52428809", "4294967296", "52428799", "52428809", "52428801", "52428805"}) {
+        files.push_back(std::string(R"({"length":)") + size + "}");
     }
-    EXPECT_EQ(ranked(item(files), {0, 1, 2, 3, 4, 5, 6}, kVideo), (std::vector<int>{2, 6, 4, 1, 5}));
-    EXPECT_EQ(ranked(item(files), {3, 5, 1, 0}, kVideo), (std::vector<int>{1, 5, 0}));
-    EXPECT_EQ(ranked(item(files), {3, 0, 99, -1}, kPhoto), (std::vector<int>{0, 3}));
+    EXPECT_EQ(ranked(item(files), {0, 1, 2, 3, 4, 5, 6}, kVideo), (Indices{2, 4, 1, 6, 5}));
+    EXPECT_EQ(ranked(item(files), {3, 5, 1, 0}, kVideo), (Indices{1, 5, 0}));
+    EXPECT_EQ(ranked(item(files), {3, 0, 99, -1}, kPhoto), (Indices{0, 3}));
     // Values of every shape: what does not convert is no length, or not wanted.
-    EXPECT_EQ(ranked(json(R"({"files":[{"length":"9"},{"length":1e300},{"length":18446744073709551615},
-        {"length":9223372036854775808.0},{"length":7.9},{"length":true},5,{"length":99}],"fileStats":[{"wanted":true},
-        {"wanted":1},{"wanted":true},{"wanted":0.5},{"wanted":true},{"wanted":true},{"wanted":true},{"wanted":"true"}]})"),
-        {0, 1, 2, 3, 4, 5, 6, 7}, kPhoto), (std::vector<int>{4, 5, 6, 3, 2}));
-    EXPECT_EQ(ranked(json(R"({"files":[{"length":9}],"fileStats":{"0":{"wanted":true}}})"), {0}, kPhoto), std::vector<int>());
+    const Json::Value shapes = json(R"({"files":[{"length":"9"},{"length":1e300},{"length":18446744073709551615},
+        {"length":9223372036854775808.0},{"length":7.9},{"length":true},5,{"length":99}],
+        "fileStats":[{"wanted":true},{"wanted":1},{"wanted":true},{"wanted":0.5},{"wanted":true},{"wanted":true},
+        {"wanted":true},{"wanted":"true"}]})");
+    EXPECT_EQ(ranked(shapes, {0, 1, 2, 3, 4, 5, 6, 7}, kPhoto), (Indices{4, 5, 6, 3, 2}));
+    EXPECT_EQ(ranked(json(R"({"files":[{"length":9}],"fileStats":{"0":{"wanted":true}}})"), {0}, kPhoto), Indices());
 }
 
-TEST_F(GeneratorTest, RanksCandidatesFarApart) {
-    Json::Value torrent = item(Texts(400, "{}"));
-    for (int index = 0; index < 400; ++index) { // every third is wanted
-        torrent["files"][index]["length"] = index * 149 % 400;
-        torrent["fileStats"][index]["wanted"] = index % 3 == 0;
-    }
-    const struct { int first; int step; std::vector<int> best; } cases[] = {
-        {0, 1, {51, 102, 153, 204, 255}}, {399, -1, {51, 102, 153, 204, 255}}, {0, 7, {357, 126, 252, 21, 378}},
-        {0, 39, {351, 273, 195, 117, 39}}, {399, -39, {204, 126, 48, 399, 321}}};
-    for (const auto& each : cases) {
-        std::vector<int> candidates;
-        for (int index = each.first; index >= 0 && index < 400; index += each.step) {
-            candidates.push_back(index);
-        }
-        EXPECT_EQ(ranked(torrent, candidates, kPhoto), each.best) << each.first << " and every " << each.step;
-    }
+TEST_F(GeneratorTest, SpreadsFiveFramesOverAVideo) {
+    const auto secondsOf = [](const std::string& duration) {
+        fake.helperOutput = R"({"duration":)" + duration + "}";
+        Plan frames = planOf({kFilm});
+        EXPECT_EQ(ThumbnailGenerator(12, true).generateThumbnailByList(frames), 0);
+        return collect(&Thumbnail::thumbnail_second, frames);
+    };
+    EXPECT_EQ(collect(&Thumbnail::thumbnail_index, planOf({kFilm})), (Indices{0, 1, 2, 3, 4}));
+    EXPECT_EQ(secondsOf("3604"), (Indices{1, 721, 1441, 2161, 2881}));
+    EXPECT_EQ(secondsOf("1"), (Indices{1, 1, 1, 1, 1}));
+    EXPECT_EQ(secondsOf("2147483647"), (Indices{1, 429496730, 858993459, 1288490188, 1717986917}));
 }
 
-TEST_F(GeneratorTest, PlansAndCounts) {
-    const auto count = CALL(getTotalThumbnailNumber());
-    Texts many(7, kFilm);
-    many.insert(many.end(), 7, kPicture);
-    check({{"one video and two photos", SET(), count, 7, ""},
-           {"everything recorded", SET(fake.stored["data"].append(json(row(1, 0)))), count, 7, ""},
-           {"the largest plan", SET(report(many)), count, 30, ""},
-           {"a small video", SET(report({file("v.mkv", 5, 5), kPicture})), count, 1, ""},
-           {"nothing of interest", SET(report({file("readme.txt", 5, 5)})), count, 0, ""},
-           {"nothing wanted", SET(fake.reply["arguments"]["torrents"][0].removeMember("fileStats")), count, 0, ""},
-           {"no engine", SET(fake.results["torrent"] = 1), count, -1, "Failed to get torrent file list;Failed to get file list of task"},
-           {"no files", SET(report({})), count, -1,
-            "Wrong jsontorrent format;Failed to get list of video files;Failed to getThumbnailList"}});
+TEST_F(GeneratorTest, ReadsAnUnfinishedVideoUnderItsNameOnDisk) {
+    const auto pathOf = [](const std::string& state) {
+        const Plan plan = planOf({kHalfPicture, R"({"name":"d/a.mkv","length":52428800,)" + state + "}"});
+        EXPECT_EQ(plan.back().file_path, "c.png"); // behind the videos, its name as it is
+        return plan.front().file_path;
+    };
+    EXPECT_EQ(pathOf(R"("bytesCompleted":100)"), "d/a.mkv.part");
+    EXPECT_EQ(pathOf(R"("bytesCompleted":52428801)"), "d/a.mkv.part");
+    EXPECT_EQ(pathOf(R"("bytesCompleted":52428800)"), "d/a.mkv");
+    EXPECT_EQ(pathOf(R"("bytesCompleted":100.5)"), "d/a.mkv"); // not known
+}
 
-    const std::pair<std::string, std::string> downloads[] = {
-        {R"("bytesCompleted":100)", "d/a.mkv.part"}, {R"("bytesCompleted":52428801)", "d/a.mkv.part"},
-        {R"("bytesCompleted":52428800)", "d/a.mkv"}, {R"("bytesCompleted":100.5)", "d/a.mkv"},
-        {R"("bytesCompleted":"100")", "d/a.mkv"}, {R"("other":1)", "d/a.mkv"}};
-    for (const auto& [state, path] : downloads) {
-        SCOPED_TRACE(state);
-        ThumbnailGenerator generator(12, true);
-        generator.taskFiles = item({R"({"name":"d/a.mkv","length":52428800,)" + state + "}", file("p.jpg", 10, 5),
-                                    file("q.jpg", 11, 5)});
-        std::vector<Thumbnail> list;
-        EXPECT_EQ(generator.getThumbnailList(list), 0);
-        EXPECT_EQ(list.at(4).file_path + " " + list.at(5).file_path, path + " q.jpg");
-    }
+TEST_F(GeneratorTest, CountsThePlan) {
+    const auto count = [](const Texts& files) {
+        report(files);
+        fake.stored["data"].append(rowOf({12, 0, 0, "a.mkv", kVideo})); // recorded ones count too
+        return ThumbnailGenerator(12, true).getTotalThumbnailNumber();
+    };
+    const int frames = static_cast<int>(planOf({kFilm}).size());
+    EXPECT_EQ(count({kFilm, kPicture, kFilm, kPicture, kPicture}), 2 * frames + 3);
+    EXPECT_EQ(count({R"({"name":"small.mkv","length":52428799})", kPicture}), 1);
+    EXPECT_EQ(count({R"({"name":"readme.txt","length":52428800})"}), 0);
+    EXPECT_EQ(count({}), -1);
 }
 
 TEST_F(GeneratorTest, FiltersWhatIsRecorded) {
-    const auto filter = [](ThumbnailGenerator& generator) { // of five records, the digits of those that are left
-        std::vector<Thumbnail> list = {planned(0, 1), planned(0, 2), planned(0, 3), planned(0, 4), planned(0, 5)};
-        const int result = generator.filterExistThumbnail(list);
-        int left = 0;
-        for (const Thumbnail& each : list) {
-            left = left * 10 + each.thumbnail_index;
-        }
-        return result < 0 && left == 12345 ? result : left;
+    const auto indicesLeft = [](int expected, const char* stored) {
+        fake.stored = json(stored);
+        Plan plan = {{12, 0, 1, "", kVideo}, {12, 0, 2, "", kVideo}, {12, 0, 3, "", kVideo}, {12, 0, 4, "", kVideo}};
+        EXPECT_EQ(ThumbnailGenerator(12, true).filterExistThumbnail(plan), expected);
+        return collect(&Thumbnail::thumbnail_index, plan);
     };
-    const std::string foreign = R"({"data":[5,)" + row(0, 3) + "," + row(0, 2) + "," + row(9, 1) +
-                                R"(,{"task_id":13,"file_index":0,"thumbnail_index":1}]})";
-    check({{"no data", SET(), filter, 12345, "", "rows|12"},
-           {"data of another shape", SET(fake.stored = json(R"({"data":{"a":)" + row(0, 1) + "}}")), filter, 12345, ""},
-           {"a reply of another shape", SET(fake.stored = json("[1]")), filter, 12345, ""},
-           {"neighbours, malformed and foreign rows", SET(fake.stored = json(foreign)), filter, 145, ""},
-           {"positive result", SET(fake.results["rows"] = 1), filter, 12345, ""},
-           {"database fails", SET(fake.results["rows"] = -1), filter, -1,
-            "Failed to get all thumbnail info;Failed to get existing thumbnail list"}});
+    const char* const rows = R"({"data":[5,{"task_id":12,"file_index":0,"thumbnail_index":3},
+        {"task_id":12,"file_index":0,"thumbnail_index":2},{"task_id":12,"file_index":9,"thumbnail_index":1},
+        {"task_id":13,"file_index":0,"thumbnail_index":1}]})";
+    for (const char* nothing : {"null", "[1]", R"({"data":{"a":{"task_id":12,"file_index":0,"thumbnail_index":1}}})"}) {
+        EXPECT_EQ(indicesLeft(0, nothing), (Indices{1, 2, 3, 4}));
+    }
+    fake.results["rows"] = 1; // as good as 0
+    EXPECT_EQ(indicesLeft(0, rows), (Indices{1, 4}));
+    fake.results["rows"] = -1;
+    EXPECT_EQ(indicesLeft(-1, rows), (Indices{1, 2, 3, 4}));
 }
 
-TEST_F(GeneratorTest, ChecksParametersAndPictures) {
-    const std::string link = sandbox / "link";
-    std::filesystem::create_symlink("/dev/null", link);
-    const auto noPath = [](ThumbnailGenerator& generator) {
-        std::string path;
-        Json::Value output;
-        return generator.getMediaInfo(path, output);
+TEST_F(GeneratorTest, RefusesWhatItCannotUse) {
+    std::string noPath;
+    Json::Value output;
+    Indices none;
+    const std::pair<std::string, Step> refusals[] = {
+        {"Failed to set second 0", [](auto& it) { return it.generateThumbnailByFFMPEG("in", "/dev/null", 0); }},
+        {"Bad parameter", [&](auto& it) { return it.getMediaInfo(noPath, output); }},
+        {"Bad parameter", [&](auto& it) { return it.getNeedThumbnail(none, kPhoto); }},
+        {"Failed to lstat() /none. [No such file or directory]", [](auto& it) { return it.isValidThumbnail("/none"); }},
     };
-    check({{"second 0", SET(), CALL(generateThumbnailByFFMPEG("in", "/dev/null", 0)), -1, "Failed to set second 0", ""},
-           {"second below 0", SET(), CALL(generateThumbnailByFFMPEG("in", "/dev/null", -3)), -1, "Failed to set second -3", ""},
-           {"no path", SET(), noPath, -1, "Bad parameter", ""},
-           {"missing", SET(), CALL(isValidThumbnail("/none")), -1, "Failed to lstat() /none. [No such file or directory]"},
-           {"link to something empty", SET(), CALL(isValidThumbnail(link)), 0, ""}});
+    for (const auto& [message, step] : refusals) {
+        fails(message, step, {message});
+    }
+    std::filesystem::create_symlink("/dev/null", sandbox / "link");
+    EXPECT_EQ(ThumbnailGenerator(12, true).isValidThumbnail(sandbox / "link"), 0); // judged itself
 }
 
-TEST_F(GeneratorTest, MakesOneThumbnail) {
-    const auto make = [](Thumbnail thumbnail, int second = -1) {
-        return [=](ThumbnailGenerator& generator) mutable {
-            const int before = static_cast<int>(std::time(nullptr));
-            const int result = generator.generateThumbnail(thumbnail);
-            EXPECT_EQ(thumbnail.thumbnail_second, second);
-            EXPECT_TRUE(result < 0 ? thumbnail.create_time == -1 : thumbnail.create_time >= before);
-            return result;
-        };
-    };
-    const auto duration = [](const std::string& text) { return SET(fake.helperOutput = "{\"duration\":" + text + "}"); };
-    const auto video = make(planned(0, 2)), photo = make(planned(1, 0, kPhoto));
-    const std::string work = task + "vexodlthumbnail";
-    const std::string prepared = "exec|/usr/vexo/bin/vexofstool|--check-volume-writable|" + sandbox.root +
-                                 "|(null)|(null);mkdir|" + work + "|(null)|1|-1|-1|755";
-    const std::string helper = "/var/packages/Quellbox/target/bin/vexodlgetduration";
-    const std::string noMediaInfo = "Failed to get mediaInfo";
-    check({{"no directory", SET(fake.downloadLink.clear()), video, -1, "Failed to get tmp download dir"},
-           {"no work directory", SET(fake.results["mkdir"] = -1), video, -1, "Failed to do make directory " + work},
-           {"a frame, by the generator's task", SET(), make({99, 0, 2, "a.mkv", kVideo}, 5), 0, "",
-            prepared + ";run|11|" + helper + "|" + helper + "|(null)|(null)|(null)|(null)|(null)|(null)|(null)|(null)|--path|" +
-            task + "a.mkv|--debug_mode;execv|/usr/vexo/bin/ffmpeg|1|/usr/vexo/bin/ffmpeg|-ss|5|-timelimit|300|-i|" + task +
-            "a.mkv|-vf|select=eq(pict_type\\,I),scale='if(gt(a,1),min(1080,iw),-1)':'if(gt(a,1),-1,min(1080,ih))'|-y|-vframes|1|"
-            "-an|-qscale:v|1|-f|mjpeg|" + work + "/0_2.jpeg"},
-           {"the largest duration", duration("2147483647"), make(planned(0, 4), 1717986917), 0, ""},
-           {"the smallest duration", duration("1"), make(planned(0, 4), 1), 0, ""},
-           {"an hour", duration("3604"), make(planned(0, 1), 721), 0, ""},
-           {"the helper fails", SET(fake.results["run"] = 1), video, -1, "Failed to get duration;" + noMediaInfo},
-           {"no output", SET(fake.helperOutput = ""), video, -1, "Failed to get output of duration;" + noMediaInfo},
-           {"ffmpeg fails", SET(fake.results["execv"] = 69), video, -1,
-            "Failed to run ffmpeg [No such file or directory] return 69;Failed to generate thumbnail [" + work +
-            "/0_2.jpeg] from [" + task + "a.mkv] by ffmpep"},
-           {"an unfinished photo", SET(), make(planned(2, 0, kPhoto)), -1, "", prepared},
-           {"no such photo", SET(), make(planned(-1, 0, kPhoto)), -1, "", prepared},
-           {"the converter fails", SET(fake.results["execv"] = -2), photo, -1,
-            "Failed to convert-thumb retcode: -2.;Failed to generate thumbnail [" + work + "/1_0.jpeg] from [" + task +
-            "b.jpg] by convert-thumb"},
-           {"another type", SET(), make(planned(0, 0, static_cast<VEXODL_MEDIA_TYPE>(2))), -1, "Not supported type 2", prepared},
-           {"a photo", SET(), make(planned(1, 0, kPhoto), 0), 0, "",
-            prepared + ";execv|/usr/vexo/bin/convert-thumb|1|/usr/vexo/bin/convert-thumb|" + task + "b.jpg|-thumbnail|1024x1024>|"
-            "-quality|90|-strip|-flatten|-colorspace|sRGB|" + work + "/1_0.jpeg"},
-           {"an empty picture", SET(fake.picture.clear()), photo, -1, "Not a valid thumbnail image"}});
-    EXPECT_FALSE(std::filesystem::exists(work + "/1_0.jpeg"));
-
+TEST_F(GeneratorTest, SaysWhyAThumbnailFails) {
+    const Step frame = making({12, 0, 2, "a.mkv", kVideo});
+    const std::string noInfo = "Failed to get mediaInfo";
+    const Texts noFrame = {"Failed to run ffmpeg [No such file or directory] return 69",
+                           "Failed to generate thumbnail [" + work + "/0_2.jpeg] from [" + task + "/a.mkv] by ffmpep"};
+    fails("no download folder", frame, {"Failed to get tmp download dir"}, [] { fake.results["exec"] = 0; });
+    fails("no work folder", frame, {"Failed to do make directory " + work}, [] { fake.results["mkdir"] = -1; });
+    fails("no helper", frame, {"Failed to get duration", noInfo}, [] { fake.results["run"] = 1; });
+    fails("no output", frame, {"Failed to get output of duration", noInfo}, [] { fake.helperOutput = ""; });
+    fails("no JSON", frame, {"Failed to get mediaInfo json from string", noInfo}, [] { fake.helperOutput = "{\""; });
+    fails("no frame", frame, noFrame, [] { fake.results["execv"] = 69; });
     for (const char* text : {"[1]", "7", "{}", R"({"duration":"9"})", R"({"duration":0})", R"({"duration":-5})",
                              R"({"duration":4294967297})", R"({"duration":9.5})", R"({"duration":true})"}) {
-        check({{text, SET(fake.helperOutput = text), video, -1, "Duration is invalid"}});
+        fails(text, frame, {"Duration is invalid"}, [&] { fake.helperOutput = text; });
     }
-    for (const char* text : {" \n", "{\"duration\""}) {
-        check({{text, SET(fake.helperOutput = text), video, -1, "Failed to get mediaInfo json from string;" + noMediaInfo}});
-    }
+    const Step photo = making({12, 1, 0, "b.jpg", kPhoto});
+    const std::string noPhoto =
+        "Failed to generate thumbnail [" + work + "/1_0.jpeg] from [" + task + "/b.jpg] by convert-thumb";
+    fails("no photo", photo, {"Failed to convert-thumb retcode: -2.", noPhoto}, [] { fake.results["execv"] = -2; });
+    fails("an empty picture", photo, {"Not a valid thumbnail image"}, [] { fake.picture = ""; });
+    EXPECT_FALSE(std::filesystem::exists(work + "/1_0.jpeg"));
+    fails("an unfinished photo", making({12, 2, 0, "c.png", kPhoto}), {});
+    fails("no such photo", making({12, -1, 0, "b.jpg", kPhoto}), {});
+    fails("no kind", making({12, 0, 0, "a.mkv", VEXODL_MEDIA_TYPE(2)}), {"Not supported type 2"});
 }
 
-TEST_F(GeneratorTest, GeneratesWhatIsMissing) {
-    report({kPicture, kFilm});
-    fake.stored["data"].append(json(row(1, 1)));
-    ThumbnailGenerator generator(12, true);
-    EXPECT_EQ(generator.generate(), 0);
-    EXPECT_EQ(fake.messages, "");
-    std::string rows;
-    for (const Json::Value& each : fake.stored["data"]) {
-        rows += each["thumbnail_filename"].asString() + " " + each["file_path"].asString() + " " + each["thumbnail_second"].asString() + ";";
+TEST_F(GeneratorTest, MakesAndRecordsAFrameAndAPhoto) {
+    const std::string volume = "exec|/usr/vexo/bin/vexofstool|--check-volume-writable|" + sandbox.root;
+    const std::string folder = "mkdir|" + work + "|1|-1|-1|755";
+    const std::string helper = "/var/packages/Quellbox/target/bin/vexodlgetduration";
+    const std::string duration = "run|1|1|" + helper + "|" + helper + "|--path|" + task + "/a.mkv";
+    const std::string frame =
+        "execv|1|/usr/vexo/bin/ffmpeg|/usr/vexo/bin/ffmpeg|-ss|5|-timelimit|300|-i|" + task + "/a.mkv|-vf|" +
+        R"(select=eq(pict_type\,I),scale='if(gt(a,1),min(1080,iw),-1)':'if(gt(a,1),-1,min(1080,ih))')" +
+        "|-y|-vframes|1|-an|-qscale:v|1|-f|mjpeg|" + work + "/0_2.jpeg";
+    const std::string photo = "execv|1|/usr/vexo/bin/convert-thumb|/usr/vexo/bin/convert-thumb|" + task +
+                              "/b.jpg|-thumbnail|1024x1024>|-quality|90|-strip|-flatten|-colorspace|sRGB|" + work +
+                              "/1_0.jpeg";
+    for (const std::string mode : {"", "|--debug_mode"}) {
+        reset();
+        Plan plan = {{12, 0, 2, "a.mkv", kVideo}, {13, 1, 0, "b.jpg", kPhoto}}; // 13: the row's task, not the folder's
+        ThumbnailGenerator generator(12, !mode.empty());
+        generator.taskFiles = item({kFilm, kPicture});
+        EXPECT_EQ(generator.generateThumbnailByList(plan), 0);
+        EXPECT_EQ(fake.messages, Texts());
+        EXPECT_EQ(fake.calls,
+                  (Texts{volume, folder, duration + mode, frame, "insert", volume, folder, photo, "insert"}));
+        EXPECT_EQ(fake.stored["data"], json(R"([{"thumbnail_id":-1,"task_id":12,"file_index":0,"thumbnail_index":2,
+            "thumbnail_second":5,"thumbnail_filename":"0_2.jpeg","file_path":"a.mkv","create_time":1700000000},
+            {"thumbnail_id":-1,"task_id":13,"file_index":1,"thumbnail_index":0,
+            "thumbnail_second":0,"thumbnail_filename":"1_0.jpeg","file_path":"b.jpg","create_time":1700000000}])"));
     }
-    EXPECT_EQ(rows, "  ;1_0.jpeg a.mkv 1;1_2.jpeg a.mkv 5;1_3.jpeg a.mkv 7;1_4.jpeg a.mkv 9;0_0.jpeg b.jpg 0;");
-    // Seven questions for the plan and what is recorded, five calls for each frame and four for the photo.
-    EXPECT_EQ(1 + std::count(fake.calls.begin(), fake.calls.end(), ';'), 7 + 4 * 5 + 4);
-    fake.calls.clear();
-    EXPECT_EQ(generator.generate(), 0); // nothing is missing: nothing is started or stored
-    EXPECT_EQ(fake.calls, R"(torrent|12|["id","name","files","fileStats"];video|jpg;video|mkv;subtitle|a.mkv;photo|jpg;photo|mkv;rows|12)");
 }
 
 TEST_F(GeneratorTest, TellsWhichStageFailed) {
-    const auto batch = [](ThumbnailGenerator& generator) {
-        std::vector<Thumbnail> list = {{13, 1, 0, "b.jpg", kPhoto}, {13, 2, 0, "c.png", kPhoto}, {13, 1, 1, "b.jpg", kPhoto}};
-        return generator.generateThumbnailByList(list);
-    };
-    const std::string stored = "Failed to add thumbnail to db, taskId:13, fileIndex:1, thumbnailIndex:";
-    check({{"no database", SET(fake.results["rows"] = -1), CALL(generate()), -1,
-            "Failed to get all thumbnail info;Failed to get existing thumbnail list;Failed to remove existed thumbnail"},
-           {"an unfinished photo", SET(), CALL(generate()), -1,
-            "Failed to generate thumbnail, taskId:12, fileIndex:2, thumbnailIndex:0;Failed to generate all thumbnail 7(6);"
-            "Failed to generate thumbnail"},
-           {"the database refuses, by the records' task", SET(fake.results["insert"] = -1), batch, -1,
-            stored + "0;Failed to generate thumbnail, taskId:13, fileIndex:2, thumbnailIndex:0;" + stored +
-            "1;Failed to generate all thumbnail 3(0)"}});
-    EXPECT_TRUE(std::filesystem::exists(task + "vexodlthumbnail/1_0.jpeg"));
+    const Texts ask = {"Failed to get torrent file list", "Failed to get file list of task"};
+    const Texts plan = {"Wrong jsontorrent format", "Failed to get list of video files", "Failed to getThumbnailList"};
+    const Texts filter = {"Failed to get all thumbnail info", "Failed to get existing thumbnail list",
+                          "Failed to remove existed thumbnail"};
+    const Texts make = {"Failed to generate thumbnail, taskId:12, fileIndex:2, thumbnailIndex:0",
+                        "Failed to add thumbnail to db, taskId:12, fileIndex:1, thumbnailIndex:0",
+                        "Failed to generate all thumbnail 2(0)", "Failed to generate thumbnail"};
+    fails("no engine", &ThumbnailGenerator::generate, ask, [] { fake.results["torrent"] = 1; });
+    fails("no files", &ThumbnailGenerator::generate, plan, [] { report({}); });
+    fails("no database", &ThumbnailGenerator::generate, filter, [] { fake.results["rows"] = -1; });
+    fails("an unfinished photo, a refused row", &ThumbnailGenerator::generate, make, [] {
+        report({"{}", kPicture, kHalfPicture});
+        fake.results["insert"] = -1;
+    });
 }
 
-// Each platform call of a whole run fails once: the run says so, no row is lost or stands for a missing picture, and the
-// next run completes.
+// Each platform call of a whole run fails once: the run says so, no row is lost or stands for a missing picture, and
+// the next run makes what is missing.
 TEST_F(GeneratorTest, SurvivesTheFailureOfEveryCall) {
-    int number = 0;
-    for (bool reached = true; reached; ++number) {
-        SCOPED_TRACE(number);
-        reset();
+    const int planned = ThumbnailGenerator(12, true).getTotalThumbnailNumber();
+    int calls = 0;
+    for (bool hasFailed = true; hasFailed; calls += hasFailed ? 1 : 0) {
+        SCOPED_TRACE(calls);
         std::filesystem::remove_all(task);
-        report({kFilm, kPicture});
-        fake.failingCall = number;
+        reset();
+        fake.failingCall = calls;
         ThumbnailGenerator generator(12, false);
         const int result = generator.generate();
-        reached = fake.failingCall < 0;
-        EXPECT_EQ(result, reached ? -1 : 0);
-        for (const Json::Value& each : fake.stored["data"]) {
-            EXPECT_TRUE(std::filesystem::exists(task + "vexodlthumbnail/" + each["thumbnail_filename"].asString()));
+        hasFailed = fake.failingCall < 0;
+        EXPECT_EQ(result, hasFailed ? -1 : 0);
+        for (const Json::Value& row : fake.stored["data"]) {
+            EXPECT_TRUE(std::filesystem::exists(work + "/" + row["thumbnail_filename"].asString()));
         }
         fake.failingCall = -1;
         EXPECT_EQ(generator.generate(), 0);
-        EXPECT_EQ(fake.stored["data"].size(), 6U);
+        EXPECT_EQ(static_cast<int>(fake.stored["data"].size()), planned);
     }
-    EXPECT_EQ(number, 32); // the engine, the rows, five times five for a frame, four for a photo, and none
+    EXPECT_EQ(calls, 2 + 5 * (planned - 1) + 4); // the engine, the rows, five for a frame, four for the photo
+    fake.calls.clear();
+    EXPECT_EQ(ThumbnailGenerator(12, true).generate(), 0); // nothing is missing: nothing is started or stored
+    EXPECT_EQ(fake.calls, (Texts{"torrent|12|id|name|files|fileStats", "video|mkv", "subtitle|a.mkv", "video|jpg",
+                                 "photo|mkv", "photo|jpg", "rows|12"}));
 }
 
 // A thread of a service may have a small stack, and may be cancelled while it is inside.
 TEST_F(GeneratorTest, RunsOnASmallStackAndOutlivesACancellation) {
     fake.helperOutput = std::string(100000, '[');
-    int result = 0, state = PTHREAD_CANCEL_DISABLE;
+    int result = 0;
+    int state = PTHREAD_CANCEL_DISABLE;
     onSmallStack([&] {
         pthread_cancel(pthread_self());
         result = ThumbnailGenerator(12, false).generate();
