@@ -35,7 +35,7 @@ std::string listOf(const std::string& downloadRoot, const Answers& answers) {
     for (const auto& [task, answer] : answers) {
         replies[task] = http(200, answer);
     }
-    const LoopbackEngine engine([&](const std::string& request) -> const std::string& {
+    const LoopbackEngine engine([&](const std::string& request) {
         const std::size_t ids = request.find(R"("ids":[")");
         return ids == std::string::npos ? list : replies.at(std::stoi(request.substr(ids + 8)));
     });
