@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <functional>
+#include <thread>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr std::size_t kSmallStackBytes = 1048576; // the sanitizers' own frames are large
@@ -14,13 +15,12 @@ constexpr std::size_t kSmallStackBytes = 65536;
 #endif
 
 /// Takes a step in a thread with as little stack as a service may give its threads, and waits for its end.
-inline void onSmallStack(std::function<void()> step) {
-    const auto run = [](void* task) -> void* { return (*static_cast<std::function<void()>*>(task))(), nullptr; };
+inline void onSmallStack(const std::function<void()>& step) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, kSmallStackBytes);
-    pthread_t thread{};
-    EXPECT_EQ(pthread_create(&thread, &attributes, run, &step) | pthread_join(thread, nullptr), 0);
+    pthread_setattr_default_np(&attributes);
+    std::thread(step).join();
 }
 
 /// Takes a step in `count` processes at once, forks of this one. @return whether it held in all.

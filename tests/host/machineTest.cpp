@@ -5,42 +5,40 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 namespace {
 
 TEST(FileSystem, MakesDirectoriesOfItsOwn) {
     const Sandbox sandbox;
-    const std::string file = sandbox.write("folder/file", "");
+    sandbox.write("folder/file", "");
     std::filesystem::create_directory_symlink(sandbox / "folder", sandbox / "link");
-    // clang-format off
-    const struct { std::string path; int parents; unsigned mode; int result; } cases[] = {
-        {sandbox / "12/work", 1, 0755, 0}, {sandbox / "12", 1, 0755, 0}, {sandbox / "open//", 0, 0777, 0},
-        {sandbox / "link", 1, 0755, -1}, {sandbox / "link/", 1, 0755, -1}, {file, 1, 0755, -1},
-        {file + "/below", 1, 0755, -1}, {"", 1, 0755, -1}, {sandbox / "no/parent", 0, 0755, -1}};
-    // clang-format on
+    const std::tuple<const char*, int, unsigned, int> cases[] = {
+        {"12/work", 1, 0755, 0},        {"12", 1, 0755, 0},         {"open//", 0, 0777, 0},
+        {"link", 1, 0755, -1},          {"link/", 1, 0755, -1},     {"folder/file", 1, 0755, -1},
+        {"folder/file/a", 1, 0755, -1}, {"no/parent", 0, 0755, -1},
+    };
     const mode_t before = umask(0077);
-    for (const auto& [path, parents, mode, result] : cases) {
+    for (const auto& [name, parents, mode, result] : cases) {
+        const std::string path = sandbox / name;
         EXPECT_EQ(VEXOFSMkdirP(path.c_str(), nullptr, parents, -1, -1, mode), result) << path;
         EXPECT_EQ(VEXOFSMkdirP(path.c_str(), nullptr, parents, -1, -1, 0700), result) << path << " again";
         EXPECT_TRUE(result < 0 || std::filesystem::status(path).permissions() == std::filesystem::perms(mode)) << path;
     }
     umask(before);
+    EXPECT_EQ(VEXOFSMkdirP("", nullptr, 1, -1, -1, 0755), -1);
     EXPECT_EQ(VEXOFSMkdirP(nullptr, nullptr, 1, -1, -1, 0755), -1);
 }
 
 TEST(MediaIndex, KnowsFilesByTheirExtension) {
-    // An extension or a name; video, photo, subtitle or none of them.
-    // clang-format off
-    const std::pair<const char*, char> cases[] = {
-        {"mkv", 'v'}, {"MP4", 'v'}, {"wtv", 'v'}, {"JPEG", 'p'}, {"avif", 'p'}, {"", ' '}, {"1/mkv", ' '},
-        {"iso", ' '}, {"mkvx", ' '}, {"extraordinary", ' '}, {"srt", ' '}, {"a.en.SSA", 's'}, {"a.sub/b", ' '},
-        {nullptr, ' '}};
-    // clang-format on
+    enum Kind { none, video, photo, subtitle };
+    const std::pair<const char*, Kind> cases[] = {
+        {"mkv", video}, {"MP4", video},         {"wtv", video},    {"JPEG", photo}, {"avif", photo},
+        {"", none},     {"1/mkv", none},        {"iso", none},     {"mkvx", none},  {"extraordinary", none},
+        {"srt", none},  {"a.en.SSA", subtitle}, {"a.sub/b", none}, {nullptr, none}};
     for (const auto& [text, kind] : cases) {
-        EXPECT_EQ(BlVEXOIndexIsVideo(text) != 0, kind == 'v') << text;
-        EXPECT_EQ(BlVEXOIndexIsPhoto(text) != 0, kind == 'p') << text;
-        EXPECT_EQ(BlVEXOIndexIsSubtitleFile(text) != 0, kind == 's') << text;
+        EXPECT_EQ(BlVEXOIndexIsVideo(text) != 0, kind == video) << text;
+        EXPECT_EQ(BlVEXOIndexIsPhoto(text) != 0, kind == photo) << text;
+        EXPECT_EQ(BlVEXOIndexIsSubtitleFile(text) != 0, kind == subtitle) << text;
     }
 }
 

@@ -14,7 +14,6 @@
 #include <sys/stat.h>
 
 #include <array>
-#include <atomic>
 #include <future>
 
 static const Sandbox sandbox;
@@ -29,8 +28,7 @@ int VLIBCExecv(const char* /*path*/, char* const argv[], int /*flag*/) {
         ++argv;
     }
     // As the programs do: another thread's run may look at the same picture at this moment.
-    static std::atomic<int> pictures = 0;
-    std::filesystem::rename(sandbox.write("picture" + std::to_string(++pictures), "a JPEG"), argv[0]);
+    std::filesystem::rename(sandbox.write("picture" + std::to_string(gettid()), "a JPEG"), argv[0]);
     return 0;
 }
 

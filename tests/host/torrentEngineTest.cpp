@@ -34,17 +34,24 @@ struct TorrentEngine : testing::Test {
         return answer;
     }
 
-    /// Asks an engine that gives the n-th request the n-th answer, and every further one the last.
+    /// Asks an engine that gives the n-th request the n-th answer.
     std::string ask(const std::vector<std::string>& answers) {
         requests.clear();
         const LoopbackEngine engine([&](const std::string& request) {
             requests.push_back(request);
-            return answers[std::min(requests.size(), answers.size()) - 1];
+            return answers.at(requests.size() - 1);
         });
         settings.url = engine.url;
         const std::string answer = ask();
-        connections = engine.connections;
+        EXPECT_EQ(engine.connections, 1);
         return answer;
+    }
+
+    void expectAnswer(const std::vector<std::string>& script, const std::string& beginning) {
+        const std::string answer = ask(script);
+        EXPECT_EQ(answer.substr(0, beginning.size()), beginning);
+        EXPECT_EQ(answer.find("secret"), std::string::npos) << answer;
+        EXPECT_EQ(requests.size(), script.size()) << answer;
     }
 
     std::string torrent(const std::string& directory) const {
@@ -56,7 +63,6 @@ struct TorrentEngine : testing::Test {
     Json::Value fields;
     const std::string found = success("[" + torrent("D//7/") + "]"); ///< the first answer, as a rule
     std::vector<std::string> requests;                               ///< heads and bodies
-    int connections = 0;
 };
 
 TEST_F(TorrentEngine, AsksForTheTorrentOfTheTasksDirectoryAlone) {
@@ -64,20 +70,18 @@ TEST_F(TorrentEngine, AsksForTheTorrentOfTheTasksDirectoryAlone) {
     std::filesystem::create_directory_symlink(sandbox / "D", sandbox / "other");
     const std::string item = R"([{"files":[{"length":5000000000,"name":"Film/a.mkv"}],"hashString":"aa"}])";
     const std::string others = R"([{"hashString":"bb","downloadDir":"/D/7"},{"downloadDir":7},3,)";
-    // clang-format off
     const std::pair<std::size_t, const char*> parts[] = {
         {0, "Authorization: Basic dXNlcjpzZWNyZXQ=\r\n"},
         {1, "X-Transmission-Session-Id: S1\r\n"},
         {1, R"({"arguments":{"fields":["id","hashString","downloadDir"]},"method":"torrent-get"})"},
         {3, R"({"arguments":{"fields":["files","hashString"],"ids":["aa"]},"method":"torrent-get"})"},
-        {3, "X-Transmission-Session-Id: S2\r\n"}};
-    // clang-format on
+        {3, "X-Transmission-Session-Id: S2\r\n"},
+    };
     for (const char* directory : {"D/7", "D//7//", "other/7"}) {
         EXPECT_EQ(ask({http(409, "no", "x-transmission-session-id: S1\r\n"), success(others + torrent(directory) + "]"),
                        http(409, "no", "X-Transmission-Session-Id:S2\r\n"), success(item)}),
                   item)
             << directory;
-        EXPECT_EQ(connections, 1);
         for (const auto& [request, part] : parts) {
             EXPECT_NE(requests.at(request).find(part), std::string::npos) << part;
         }
@@ -86,42 +90,37 @@ TEST_F(TorrentEngine, AsksForTheTorrentOfTheTasksDirectoryAlone) {
 
 TEST_F(TorrentEngine, PassesOnTheAnswerOrSaysWhyThereIsNone) {
     const std::string packed = http(200, kPacked, "Content-Encoding: gzip\r\n");
+    const std::string newSession = http(409, "", "X-Transmission-Session-Id: S\r\n");
     const std::string two = success("[" + torrent("D/7") + "," + torrent("D/7") + "]");
-    std::string nest;
-    while (nest.size() < 2000) {
-        nest += R"({"a":)";
+    // The answer's beginning, and the scripts that bring it about: an answer for each request.
+    const std::pair<std::string, std::vector<std::vector<std::string>>> cases[] = {
+        {"[]", {{success("[]")}, {success("[" + torrent("D/8") + "]")}, {found, success("[]")}, {packed}}},
+        {R"([{"files":[],"hashString":"aa"}])", {{found, success(R"([{"hashString":"aa","files":[]}])")}}},
+        {"transfer closed with 6 bytes", {{http(200, "{}    ", "Connection: close\r\n").substr(0, 57)}}},
+        {"HTTP status 302 (", {{http(302, "", "Location: /\r\n")}}},
+        {"HTTP status 401 (", {{http(401, "no")}}},
+        {"HTTP status 409 (", {{newSession, newSession}, {http(409, "no id")}}},
+        {"the answer is not a JSON object (http://127.0.0.1:",
+         {{http(200, "<html>")}, {http(200, "[]")}, {http(200, "{} x")}, {http(200, std::string(2000, '['))}}},
+        {"the answer is too long", {{http(200, std::string(6001, ' '))}}},
+        {"refused: no method name (", {{http(200, R"({"result":"no method name"})")}}},
+        {"refused: no result (", {{http(200, "{}")}}},
+        {"the engine's answer holds no list", {{success("{}")}, {http(200, R"({"result":"success","arguments":7})")}}},
+        {"two torrents download into", {{two}}},
+        {"the engine answered for another", {{found, two}, {found, success(R"([{"hashString":"bb"}])")}}},
+        {"the engine's torrent has no hash", {{success(R"([{"downloadDir":")" + sandbox / "D/7" + "\"}]")}}},
+    };
+    settings.limits.replyBytes = 6000;
+    for (const auto& [answer, scripts] : cases) {
+        for (const std::vector<std::string>& script : scripts) {
+            expectAnswer(script, answer);
+        }
     }
-    // The answer's beginning; the script; how many requests it takes; the limits.
-    // clang-format off
-    const struct { std::string answer; std::vector<std::string> script; std::size_t requests = 1; int milliseconds = 20000;
-                   std::size_t bytes = 4000; } cases[] = {
-        {"[]", {success("[]")}}, {"[]", {success("[" + torrent("D/8") + "]")}}, {"[]", {found, success("[]")}, 2},
-        {"[]", {packed}, 1, 20000, 6000},
-        {R"([{"files":[],"hashString":"aa"}])", {found, success(R"([{"hashString":"aa","files":[]}])")}, 2},
-        {"Operation timed out", {found, found.substr(0, 20)}, 2, 200}, {"Operation timed out", {""}, 1, 200},
-        {"transfer closed with 6 bytes", {http(200, "{}    ", "Connection: close\r\n").substr(0, 57)}},
-        {"Received HTTP/0.9", {"Connection: close"}},
-        {"HTTP status 401 (", {http(401, "no")}}, {"HTTP status 500 (", {http(500, "{}")}},
-        {"HTTP status 409 (", {http(409, "", "X-Transmission-Session-Id: S\r\n")}, 2},
-        {"HTTP status 409 (", {http(409, "no id")}}, {"HTTP status 302 (", {http(302, "", "Location: /\r\n")}},
-        {"the answer is not a JSON object (http://127.0.0.1:", {http(200, "<html>")}},
-        {"the answer is not a JSON", {http(200, "[]")}}, {"the answer is not a JSON", {http(200, "{} x")}},
-        {"the answer is not a JSON", {http(200, nest)}},
-        {"the answer is too long", {http(200, std::string(4001, ' '))}}, {"the answer is too long", {packed}},
-        {"refused: no method name (", {http(200, R"({"result":"no method name"})")}},
-        {"refused: no result (", {http(200, "{}")}}, {"the engine's answer holds no list", {success("{}")}},
-        {"the engine's answer holds no list", {http(200, R"({"result":"success","arguments":7})")}},
-        {"two torrents download into", {two}}, {"the engine answered for another", {found, two}, 2},
-        {"the engine answered for another", {found, success(R"([{"hashString":"bb"}])")}, 2},
-        {"the engine's torrent has no hash", {success(R"([{"downloadDir":")" + sandbox / "D/7" + "\"}]")}}};
-    // clang-format on
-    for (const auto& it : cases) {
-        settings.limits = {std::chrono::seconds(5), std::chrono::milliseconds(it.milliseconds), it.bytes};
-        const std::string answer = ask(it.script);
-        EXPECT_EQ(answer.substr(0, it.answer.size()), it.answer);
-        EXPECT_EQ(answer.find("secret"), std::string::npos) << answer;
-        EXPECT_EQ(requests.size(), it.requests) << it.answer;
-    }
+    settings.limits.replyBytes = 4000;
+    expectAnswer({packed}, "the answer is too long");
+    settings.limits.total = std::chrono::milliseconds(200);
+    expectAnswer({""}, "Operation timed out");
+    expectAnswer({found, found.substr(0, 20)}, "Operation timed out");
     EXPECT_EQ(ask().rfind("Failed to connect to 127.0.0.1 port", 0), 0U);
     settings.url = "file:///etc/passwd";
     EXPECT_EQ(ask().rfind("Protocol \"file\"", 0), 0U);
@@ -134,23 +133,25 @@ TEST_F(TorrentEngine, NamesFilesAsTheyLieOnTheDisk) {
          {"Top \U0001F600/b \U0001F3AC.mkv.part", "\u1F60a", "\U0001F60A", "\U00020000", "\U0001F601\u30421"}) {
         sandbox.write(std::string("D/7/") + path, "");
     }
-    // clang-format off
-    const std::pair<const char*, const char*> names[] = {
-        {"7", "7"}, {R"("..a/a..b/...")", R"("..a/a..b/...")"}, {"\"bad \xff\"", R"("bad \ufffd")"}, // the writer's sign
+    std::vector<std::pair<std::string, std::string>> names = {
+        {"7", "7"},
+        {R"("..a/a..b/...")", R"("..a/a..b/...")"},
+        {"\"bad \xff\"", R"("bad \ufffd")"}, // the writer's sign
         {R"("Top \u1f600/b \u1f3ac.mkv")", R"("Top \ud83d\ude00/b \ud83c\udfac.mkv")"},
         {R"("Top \u1f600/gone.mkv")", R"("Top \u1f600/gone.mkv")"},
         {R"("\u20000")", R"("\ud840\udc00")"},
         {R"("\u1f60a")", R"("\u1f60a")"}, // both readings are characters; the one on the disk counts
         {R"("\u1f601\u30421")", R"("\ud83d\ude01\u30421")"},
-        {R"("")", "null"}, {R"("/etc/passwd")", "null"}, {R"("..")", "null"}, {R"("../a")", "null"},
-        {R"("a/../../8/a.mkv")", "null"}, {R"("a/./b")", "null"}, {R"("a//b")", "null"}, {R"("a/")", "null"},
-        {R"("a\u0000b")", "null"}};
-    // clang-format on
+    };
+    for (const char* name : {R"("")", R"("/etc/passwd")", R"("..")", R"("../a")", R"("a/../../8/a.mkv")", R"("a/./b")",
+                             R"("a//b")", R"("a/")", R"("a\u0000b")"}) {
+        names.emplace_back(name, "null");
+    }
     std::string reported = "[3";
     std::string expected = "[3";
     for (const auto& [name, real] : names) {
-        reported += std::string(R"(,{"name":)") + name + "}";
-        expected += std::string(R"(,{"name":)") + real + "}";
+        reported += R"(,{"name":)" + name + "}";
+        expected += R"(,{"name":)" + real + "}";
     }
     EXPECT_EQ(ask({found, success(R"([{"files":)" + reported + R"(],"hashString":"aa"}])")}),
               R"([{"files":)" + expected + R"(],"hashString":"aa"}])");
