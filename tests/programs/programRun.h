@@ -10,8 +10,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <stdexcept>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -35,14 +34,17 @@ inline void writeFile(const fs::path& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
+/// The words of a line.
+inline std::vector<std::string> words(const std::string& line) {
+    std::istringstream stream(line);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
 /// Starts a program. What it prints goes to the files program.output and program.errors.
 inline pid_t startProgram(std::vector<std::string> argv) {
     argv.insert(argv.begin(), {"/bin/sh", "-c", R"(exec "$@" >program.output 2>program.errors)", "sh"});
-    std::vector<char*> pointers;
-    for (std::string& argument : argv) {
-        pointers.push_back(argument.data());
-    }
-    pointers.push_back(nullptr);
+    std::vector<char*> pointers(argv.size() + 1);
+    std::transform(argv.begin(), argv.end(), pointers.begin(), [](std::string& word) { return word.data(); });
     pid_t pid = -1;
     posix_spawn(&pid, pointers[0], nullptr, nullptr, pointers.data(), environ);
     return pid;
@@ -61,12 +63,10 @@ inline ProgramRun runProgram(std::vector<std::string> argv) {
     return awaitProgram(startProgram(std::move(argv)));
 }
 
-/// Runs a shell command that prepares a sample; throws when it fails.
+/// Runs a shell command that prepares a sample.
 inline void shell(const std::string& command) {
     const ProgramRun run = runProgram({"/bin/sh", "-c", command});
-    if (run.status != 0) {
-        throw std::runtime_error(command + ": " + run.errors);
-    }
+    EXPECT_EQ(run.status, 0) << command << run.errors;
 }
 
 /// A task with an empty folder of pictures.

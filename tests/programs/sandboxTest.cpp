@@ -3,66 +3,50 @@
 #include "tests/programs/programRun.h"
 #include "util/descriptor.h"
 
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/shm.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 
-#include <array>
-#include <csignal>
-#include <thread>
-
-// Cases stand side by side.
-// clang-format off
-
 namespace {
 
-pid_t stranger = 0; // a process outside, of the same user
-
-bool opens(const char* path, int flags) { return open(path, flags, 0600) >= 0; }
-bool forked(long pid) {
-    if (pid == 0) { _exit(0); }
-    return pid > 0;
-}
+pid_t stranger = 0;  // a process outside, of the same user
+long space[16] = {}; // for what a system call reads and writes
 
 /// What no worker may do; true when it could be done.
-struct Attempt { const char* name; bool (*succeeds)(); };
-constexpr std::array kAttempts = {
-    Attempt{"a socket", [] { return socket(AF_INET, SOCK_STREAM, 0) >= 0; }},
-    Attempt{"a pair of sockets", [] { std::array<int, 2> ends = {}; return socketpair(AF_UNIX, SOCK_DGRAM, 0, ends.data()) == 0; }},
-    Attempt{"a ring", [] { std::array<char, 120> ring = {}; return syscall(SYS_io_uring_setup, 1, ring.data()) >= 0; }},
-    Attempt{"fork", [] { return forked(fork()); }},
-    Attempt{"clone3", [] { std::array<std::uint64_t, 8> order = {}; return forked(syscall(SYS_clone3, order.data(), sizeof order)); }},
-    Attempt{"a session of its own", [] { return setsid() >= 0; }},
-    Attempt{"a signal to another", [] { return kill(stranger, 0) == 0; }},
-    Attempt{"another's limits", [] { rlimit limit = {}; return prlimit(stranger, RLIMIT_NOFILE, nullptr, &limit) == 0; }},
-    Attempt{"a descriptor's signals to another", [] { return fcntl(STDERR_FILENO, F_SETOWN, stranger) == 0; }},
-    Attempt{"no end with its parent", [] { return prctl(PR_SET_PDEATHSIG, 0) == 0; }},
-    Attempt{"shared memory", [] { return shmget(IPC_PRIVATE, 1, 0600) >= 0; }},
-    Attempt{"namespaces", [] { return unshare(CLONE_NEWUSER) == 0; }},
-    Attempt{"the system's files", [] { return opens("/etc/passwd", O_RDONLY); }},
-    Attempt{"the tasks", [] { return opens("/srv/download", O_RDONLY); }},
-    Attempt{"processes", [] { return opens("/proc/self/status", O_RDONLY); }},
-    Attempt{"a new file", [] { return opens("new", O_WRONLY | O_CREAT); }},
+const std::pair<const char*, bool (*)()> kAttempts[] = {
+    {"a socket", [] { return socket(AF_INET, SOCK_STREAM, 0) >= 0; }},
+    {"a pair of sockets", [] { return syscall(SYS_socketpair, AF_UNIX, SOCK_DGRAM, 0, space) == 0; }},
+    {"a ring", [] { return syscall(SYS_io_uring_setup, 1, space) >= 0; }},
+    {"fork", [] { return fork() > 0; }},
+    {"clone3", [] { return syscall(SYS_clone3, space, 64) > 0; }},
+    {"a session of its own", [] { return setsid() >= 0; }},
+    {"a signal to another", [] { return kill(stranger, 0) == 0; }},
+    {"another's limits", [] { return syscall(SYS_prlimit64, stranger, RLIMIT_NOFILE, nullptr, space) == 0; }},
+    {"a descriptor's signals to another", [] { return fcntl(STDERR_FILENO, F_SETOWN, stranger) == 0; }},
+    {"no end with its parent", [] { return prctl(PR_SET_PDEATHSIG, 0) == 0; }},
+    {"shared memory", [] { return shmget(IPC_PRIVATE, 1, 0600) >= 0; }},
+    {"namespaces", [] { return unshare(CLONE_NEWUSER) == 0; }},
+    {"the system's files", [] { return open("/etc/passwd", O_RDONLY) >= 0; }},
+    {"the tasks", [] { return open("/srv/download", O_RDONLY) >= 0; }},
+    {"processes", [] { return open("/proc/self/status", O_RDONLY) >= 0; }},
+    {"a new file", [] { return creat("new", 0600) >= 0; }},
 };
 
 /// Runs as the worker: says what it could do, what it holds, and whether it could start a thread. The last attempt
 /// first: some change what is possible.
 int tryEverything() {
-    for (auto attempt = kAttempts.rbegin(); attempt != kAttempts.rend(); ++attempt) {
-        if (attempt->succeeds()) { dprintf(STDERR_FILENO, "%s\n", attempt->name); }
+    std::string said;
+    for (auto attempt = std::rbegin(kAttempts); attempt != std::rend(kAttempts); ++attempt) {
+        said += attempt->second() ? attempt->first + ", "s : "";
     }
     for (int number = 0; number < 64; ++number) {
-        if (fcntl(number, F_GETFD) >= 0) { dprintf(STDERR_FILENO, "%d ", number); }
+        said += fcntl(number, F_GETFD) >= 0 ? std::to_string(number) + " " : "";
     }
-    std::thread([] { dprintf(STDERR_FILENO, "thread"); }).join();
-    return 0;
+    std::thread([&] { said += "thread"; }).join();
+    return dprintf(STDERR_FILENO, "%s", said.c_str()) < 0 ? 1 : 0;
 }
 
 Worker worker(const std::string& act) {
@@ -72,20 +56,20 @@ Worker worker(const std::string& act) {
     return worker;
 }
 
-Descriptor newFile() { return Descriptor(open("/srv", O_RDWR | O_TMPFILE | O_CLOEXEC, 0600)); }
+const auto newFile = [] { return Descriptor(open("/srv", O_RDWR | O_TMPFILE | O_CLOEXEC, 0600)); };
 
-TEST(Sandbox, leavesAWorkerItsDescriptorsAndThreads) {
+TEST(Sandbox, LeavesAWorkerItsDescriptorsAndThreads) {
     stranger = getpid();
     const Descriptor input(open("/dev/null", O_RDONLY | O_CLOEXEC));
     const Outcome outcome = runSandboxed(worker("tryEverything"), input.get(), newFile().get());
     EXPECT_TRUE(outcome.succeeded()) << outcome.status;
     EXPECT_EQ(outcome.said, "0 1 2 3 thread");
-    for (const Attempt& attempt : kAttempts) {
-        EXPECT_TRUE(inProcess(attempt.succeeds)) << attempt.name << " cannot be done without the sandbox either";
+    for (const auto& [name, succeeds] : kAttempts) {
+        EXPECT_TRUE(inProcess(succeeds)) << name << " cannot be done without the sandbox either";
     }
 }
 
-TEST(Sandbox, endsAWorkerThatStays) {
+TEST(Sandbox, EndsAWorkerThatStays) {
     const Descriptor input(open("/dev/null", O_RDONLY | O_CLOEXEC));
     for (const bool isDone : {true, false}) {
         const Descriptor output = newFile();
@@ -99,22 +83,21 @@ TEST(Sandbox, endsAWorkerThatStays) {
 }
 
 /// Every process of a sandbox holds its output; here that is a pipe, which hangs up with the last of them.
-TEST(Sandbox, diesWithItsCallerAtAnyMoment) {
+TEST(Sandbox, DiesWithItsCallerAtAnyMoment) {
     for (int moment = 0; moment < 160; ++moment) {
         const int signal = moment % 2 == 0 ? SIGKILL : SIGTERM;
-        const std::chrono::microseconds delay(75 * moment);
-        std::array<int, 2> pipe = {};
-        ASSERT_EQ(pipe2(pipe.data(), O_CLOEXEC), 0);
+        int pipe[2] = {};
+        ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
         const pid_t caller = fork();
         if (caller == 0) {
             runSandboxed(worker("stay"), pipe[0], pipe[1]);
             _exit(0);
         }
         close(pipe[1]);
-        std::this_thread::sleep_for(delay);
+        usleep(75U * static_cast<unsigned>(moment));
         kill(caller, signal);
         pollfd end = {pipe[0], 0, 0};
-        EXPECT_EQ(poll(&end, 1, 5000), 1) << "signal " << signal << " after " << delay.count() << " us";
+        EXPECT_EQ(poll(&end, 1, 5000), 1) << "signal " << signal << " at moment " << moment;
         kill(caller, SIGKILL);
         waitpid(caller, nullptr, 0);
         close(pipe[0]);
@@ -131,12 +114,11 @@ int stay(bool isDone) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const std::string act = argc == 3 ? argv[1] : "";
-    if (act.empty()) {
-        prepareProcess();
-        testing::InitGoogleTest(&argc, argv);
-        return RUN_ALL_TESTS();
+    if (argc == 3) {
+        stranger = std::stoi(argv[2]);
+        return argv[1] == "tryEverything"s ? tryEverything() : stay(argv[1] == "writeAndStay"s);
     }
-    stranger = std::stoi(argv[2]);
-    return act == "tryEverything" ? tryEverything() : stay(act == "writeAndStay");
+    prepareProcess();
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
 }
