@@ -1,5 +1,7 @@
 #include "platform/mediaIndex.h"
 
+#include "host/mediaIndex.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -35,13 +37,10 @@ constexpr std::array<Word, Size> wordsOf(const std::array<const char*, Size>& ex
     return words;
 }
 
-// A video or photo that the programs at the fixed paths cannot read would be planned again and again and never made:
-// disk images and camera raw formats are therefore left out.
+constexpr auto kVideo = wordsOf(host::kVideoExtensions);
 
-constexpr auto kVideo =
-    wordsOf(std::array{"3g2", "3gp", "asf",  "avi", "divx", "dv",  "dvr-ms", "f4v",  "flv", "m1v", "m2t", "m2ts",
-                       "m2v", "m4v", "mkv",  "mov", "mp4",  "mpe", "mpeg",   "mpg",  "mts", "mxf", "ogm", "ogv",
-                       "qt",  "rm",  "rmvb", "tp",  "trp",  "ts",  "vob",    "webm", "wmv", "wtv"});
+// A photo in a format that the programs at the fixed paths cannot read, as of a camera's raw data, would be planned
+// again and again and never made.
 
 constexpr auto kPhoto = wordsOf(std::array{"avif", "bmp", "dib", "gif", "heic", "heif", "jfif", "jpe", "jpeg", "jpg",
                                            "png", "tif", "tiff", "webp"});
