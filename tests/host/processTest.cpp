@@ -135,8 +135,7 @@ TEST_F(ProcessTest, NeedsNoDescriptorUnlessItCaptures) {
 TEST_F(ProcessTest, TellsWhyItCannotStart) {
     EXPECT_TRUE(inProcess([] {
         int result = setuid(54321) == 0 ? -EAGAIN : 7; // only root becomes a user who has no other process
-        for (rlim_t limit = 1; result == -EAGAIN && limit < 20; ++limit) {
-            const rlimit processes = {limit, 20};
+        for (rlimit processes = {1, 20}; result == -EAGAIN && processes.rlim_cur < 20; ++processes.rlim_cur) {
             setrlimit(RLIMIT_NPROC, &processes);
             result = shell("exit 7");
         }

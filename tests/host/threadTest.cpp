@@ -49,12 +49,12 @@ extern "C" __attribute__((visibility("default"))) int lstat(const char* path, st
 
 namespace {
 
-constexpr int kPictures = 6; // five frames of a film and a photo
+constexpr int kFiveFramesAndAPhoto = 6;
 
 void callEverything(int thread) {
     const std::string temporary = sandbox.write("temporary" + std::to_string(thread) + "/file", "");
     ThumbnailGenerator generator(7, true);
-    EXPECT_EQ(generator.getTotalThumbnailNumber(), kPictures) << "five frames of a film and a photo";
+    EXPECT_EQ(generator.getTotalThumbnailNumber(), kFiveFramesAndAPhoto);
     EXPECT_EQ(generator.generate(), 0);
     std::array<char, 4096> directory = {};
     EXPECT_EQ(GetTmpDownloadDir(directory.data(), directory.size()), 0);
@@ -80,7 +80,7 @@ TEST(Threads, CallTheLibrarySideBySide) {
     threads.clear(); // waits for them
     Json::Value reply;
     EXPECT_EQ(DownloadThumbnailDBGetByTaskId(7, &reply), 0);
-    EXPECT_EQ(static_cast<int>(reply["data"].size()), kPictures);
+    EXPECT_EQ(static_cast<int>(reply["data"].size()), kFiveFramesAndAPhoto);
 }
 
 } // namespace

@@ -37,11 +37,11 @@ TEST(Duration, IsTakenFromTheHeaderOfAnUnfinishedFile) {
 }
 
 TEST(Duration, OpensNothingButTheOneRegularFile) {
-    shell("cd download && mkdir -p 7/sub 8 && cp ../samples/short.mp4 8/secret.mp4 && cp 8/secret.mp4 7/own.mp4 && cd "
-          "7 && "
-          "mkfifo fifo && ln -s ../8/secret.mp4 out && ln -s own.mp4 in && ln -s ../../8 sub/dir && : > empty.mkv && "
-          "printf 'ffconcat version 1.0\\nfile own.mp4\\n' > concat.mp4 && "
-          "printf '#EXTM3U\\n#EXT-X-TARGETDURATION:60\\n#EXTINF:60,\\n/srv/samples/short.mp4\\n' > hls.mp4");
+    shell(
+        "cd download && mkdir -p 7/sub 8 && cp ../samples/short.mp4 8/secret.mp4 && cp 8/secret.mp4 7/own.mp4 && "
+        "cd 7 && mkfifo fifo && ln -s ../8/secret.mp4 out && ln -s own.mp4 in && ln -s ../../8 sub/dir && : >empty.mkv "
+        "&& printf 'ffconcat version 1.0\\nfile own.mp4\\n' >concat.mp4 && "
+        "printf '#EXTM3U\\n#EXT-X-TARGETDURATION:60\\n#EXTINF:60,\\n/srv/samples/short.mp4\\n' >hls.mp4");
     const std::pair<const char*, int> files[] = {
         {"own.mp4", 0}, {"in", 0},      {"out", 3},     {"sub/dir/secret.mp4", 3}, {"../8/secret.mp4", 3}, {"fifo", 3},
         {"sub", 3},     {"missing", 3}, {"hls.mp4", 1}, {"concat.mp4", 1},         {"empty.mkv", 1}};
