@@ -1,5 +1,5 @@
 // What runs here after clone() does so in the memory of a caller that runs on. It has that thread's errno and thread
-// data before it, so it calls the kernel only, and no instrumentation (see CMakeLists.txt). Of the C library it calls
+// data before it, so it calls the kernel only and is not instrumented (see CMakeLists.txt). Of the C library it calls
 // clone() alone, which touches no thread data but errno, where it fails, and whose place in memory is known since this
 // code was loaded (-fno-plt): the dynamic linker has nothing to do in the launcher.
 
