@@ -3,9 +3,9 @@
 //   ffmpeg -ss SECOND -timelimit LIMIT -i VIDEO -vf FILTER -y -vframes 1 -an -qscale:v 1 -f mjpeg PICTURE
 //
 // Takes exactly this command line. PICTURE is TASK/FOLDER/NAME and VIDEO lies below TASK. The picture is the first
-// intra-coded frame at or after SECOND, or the last one before it when none follows; FILTER says the same and shrinks
-// it to at most 1080 pixels. frameDecoder does the work in a sandbox and never sees a name. Exit status: ExitStatus in
-// diagnosis.h.
+// intra-coded frame at or after SECOND, or the last one before it when none follows, as a player shows it, with at most
+// 1080 pixels; FILTER says the same in short. Of a VIDEO whose name ends in .part bytes may be missing. frameDecoder
+// does the work in a sandbox and never sees a name. Exit status: ExitStatus in diagnosis.h.
 
 #include "programs/front/diagnosis.h"
 #include "programs/picture/pictureFront.h"
@@ -54,9 +54,18 @@ int number(std::string_view text) {
     return whole && value >= 0 ? value : -1;
 }
 
-Worker frameWorker(const char* second, int limit) {
+/// While the torrent engine downloads a file, this stands behind its name.
+bool isUnfinished(std::string_view path) {
+    constexpr std::string_view kEnding = ".part";
+    return path.size() > kEnding.size() && path.substr(path.size() - kEnding.size()) == kEnding;
+}
+
+Worker frameWorker(const char* second, int limit, bool unfinished) {
     Worker worker;
     worker.argv = {kDecoder, second};
+    if (unfinished) {
+        worker.argv.emplace_back("unfinished");
+    }
     worker.deadlineSeconds = static_cast<unsigned>(std::max(1, std::min(limit, 300)));
     return worker;
 }
@@ -71,6 +80,6 @@ int main(int argc, char** argv) {
                 kWords[7]);
         return kUsage;
     }
-    Worker worker = frameWorker(argv[kSecond], number(argv[kLimit]));
+    Worker worker = frameWorker(argv[kSecond], number(argv[kLimit]), isUnfinished(argv[kVideo]));
     return makePicture({"ffmpeg", argv[kVideo], argv[kPicture]}, [&](int) { return worker; });
 }

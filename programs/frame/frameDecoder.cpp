@@ -1,9 +1,10 @@
 // frameDecoder: the picture of one second of one video, decoded; ffmpeg runs it in its sandbox.
 //
-//   frameDecoder SECOND <VIDEO >PICTURE
+//   frameDecoder SECOND [unfinished] <VIDEO >PICTURE
 //
-// VIDEO is read by its descriptor, in any order; PICTURE is a JPEG. One byte on descriptor 3, and then exit status 0,
-// tell that PICTURE is whole; else the exit status is 1, with the reason as the last line on standard error.
+// VIDEO is read by its descriptor, in any order; of an unfinished one bytes may be missing. PICTURE is a JPEG. One byte
+// on descriptor 3, and then exit status 0, tell that PICTURE is whole; else the exit status is 1, with the reason as
+// the last line on standard error.
 
 #include "programs/frame/frameSearch.h"
 #include "programs/frame/jpegPicture.h"
@@ -17,6 +18,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -50,8 +52,8 @@ void writeAll(const std::uint8_t* data, std::size_t size) {
     }
 }
 
-void makePicture(int second) {
-    VideoFile file(STDIN_FILENO);
+void makePicture(int second, Download download) {
+    VideoFile file(STDIN_FILENO, download);
     const Libav<AVPacket> picture = makeJpeg(findFrame(file, second), file.video());
     writeAll(picture->data, static_cast<std::size_t>(picture->size));
     (void)!write(kLifeline, "", 1); // without one who listens there, the exit status tells
@@ -66,13 +68,15 @@ int fail(const char* what) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        return fail("usage: frameDecoder SECOND <VIDEO >PICTURE");
+    const bool unfinished = argc == 3 && std::strcmp(argv[2], "unfinished") == 0;
+    if (argc != 2 && !unfinished) {
+        return fail("usage: frameDecoder SECOND [unfinished] <VIDEO >PICTURE");
     }
     prepareMemory();
     collectMessages();
     try {
-        makePicture(std::atoi(argv[1])); // NOLINT(cert-err34-c): ffmpeg has checked it
+        const int second = std::atoi(argv[1]); // NOLINT(cert-err34-c): ffmpeg has checked it
+        makePicture(second, unfinished ? Download::unfinished : Download::finished);
         return EXIT_SUCCESS;
     } catch (const MediaError& reason) {
         return fail(reason.what());

@@ -34,7 +34,7 @@ std::int64_t inMicroseconds(std::int64_t time, const AVStream& stream) {
 
 } // namespace
 
-VideoFile::VideoFile(int descriptor) : file_(descriptor) {
+VideoFile::VideoFile(int descriptor, Download download) : download_(download), file_(descriptor) {
     readHead();
     chooseStream();
 }
@@ -159,7 +159,7 @@ bool VideoFile::hasTimes() const {
 
 bool VideoFile::hasHole(std::int64_t begin, std::int64_t end) const {
     const AVCodecDescriptor* codec = avcodec_descriptor_get(video_->codecpar->codec_id);
-    if (codec == nullptr || (codec->props & AV_CODEC_PROP_LOSSY) == 0) {
+    if (download_ == Download::finished || codec == nullptr || (codec->props & AV_CODEC_PROP_LOSSY) == 0) {
         return false;
     }
     std::vector<std::uint8_t> block(256 << 10);
@@ -193,16 +193,16 @@ bool VideoFile::endsWhole(int second) {
     while ((answer = av_read_frame(&format_, packet.get())) >= 0) {
         const AVStream& stream = *format_.streams[packet->stream_index];
         const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
-        if (isTimed(stream) && time != AV_NOPTS_VALUE) {
+        if ((isTimed(stream) || download_ == Download::finished) && time != AV_NOPTS_VALUE) {
             last = std::max(last, inMicroseconds(time + packet->duration, stream));
         }
         damaged = damaged || (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
         av_packet_unref(packet.get());
     }
     setDiscard(AVDISCARD_ALL);
-    const bool durationKnown =
-        format_.duration > 0 && format_.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
+    const bool lengthKnown = download_ == Download::unfinished && format_.duration > 0 &&
+                             format_.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
     return answer == AVERROR_EOF && !damaged && !(begin && hasHole(*begin, file_.sizeInBytes())) &&
            last + kSlack / 2 >= startTime() + second * std::int64_t{AV_TIME_BASE} &&
-           (!durationKnown || last + kSlack >= startTime() + format_.duration);
+           (!lengthKnown || last + kSlack >= startTime() + format_.duration);
 }

@@ -5,12 +5,15 @@
 #include <cstdint>
 #include <optional>
 
+/// Whether a file may lack bytes that a torrent engine has not downloaded yet.
+enum class Download : std::uint8_t { finished, unfinished };
+
 /// The video of one media file. Every member may throw MediaError.
 class VideoFile {
 public:
     /// Reads the head of the file open as `descriptor` and chooses its video stream: the largest one, a stream marked
     /// as the default first. An attached cover picture is not a video.
-    explicit VideoFile(int descriptor);
+    VideoFile(int descriptor, Download download);
 
     [[nodiscard]] AVStream& video() const { return *video_; }
 
@@ -33,13 +36,14 @@ public:
     /// on the way makes it wrong.
     [[nodiscard]] bool hasTimes() const;
 
-    /// Whether bytes of [begin, end) have not been downloaded yet. A torrent engine fills files in pieces of 16 KiB and
-    /// more, and what it has not written reads as zeros, in a sparse file as in a preallocated one. No video codec
-    /// writes thousands of zeros, but for lossless ones, where this always answers false.
+    /// Whether bytes of [begin, end) of an unfinished file have not been downloaded yet. A torrent engine fills files
+    /// in pieces of 16 KiB and more, and what it has not written reads as zeros, in a sparse file as in a preallocated
+    /// one. No video codec writes thousands of zeros, but for lossless ones, where this always answers false.
     [[nodiscard]] bool hasHole(std::int64_t begin, std::int64_t end) const;
 
-    /// Whether the file can be read from `second` to an end that is its true one: no hole, nothing cut off. Where the
-    /// container does not tell its length, an end about `second` or later is taken for true.
+    /// Whether the file can be read from `second` to an end that is its true one: no hole, nothing cut off. The length
+    /// of a finished file may be another than its container tells, as long as something of it belongs to `second`.
+    /// Where the container tells none, an end about `second` or later is taken for true.
     bool endsWhole(int second);
 
 private:
@@ -50,6 +54,7 @@ private:
     [[nodiscard]] bool isIndexed() const;
     [[nodiscard]] std::int64_t startTime() const;
 
+    Download download_;
     MediaFile file_;
     AVFormatContext& format_ = file_.format();
     AVStream* video_ = nullptr;

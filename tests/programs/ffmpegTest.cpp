@@ -34,11 +34,17 @@ struct Ffmpeg : PictureTest {
     /// A copy of a sample in the task, under the next of several names that are names only.
     fs::path sample(const std::string& name) {
         static const std::string longest(255, 'n');
-        static const std::array names = {
-            "p%d.mp4", "-i.mp4", "x [0].mp4", "concat:secret.mp4", "a\n'\"b.mp4", "\xff\xfe.mkv.part", longest.c_str()};
-        const fs::path copy = task / names[samples++ % names.size()];
-        fs::copy_file("samples/" + name, copy, fs::copy_options::overwrite_existing);
-        return copy;
+        static const std::array names = {"p%d.mp4",     "-i.mp4",       "x [0].mp4",    "concat:secret.mp4",
+                                         "a\n'\"b.mp4", "\xff\xfe.mkv", longest.c_str()};
+        return copied(name, names[samples++ % names.size()]);
+    }
+
+    /// The same as a file that is still downloaded.
+    fs::path unfinished(const std::string& name) { return copied(name, "\xff\xfe.mkv.part"); }
+
+    fs::path copied(const std::string& name, const std::string& as) {
+        fs::copy_file("samples/" + name, task / as, fs::copy_options::overwrite_existing);
+        return task / as;
     }
 
     std::size_t samples = 0;
@@ -69,26 +75,39 @@ void makeHole(const fs::path& video, int second, const std::string& option) {
 }
 
 TEST_F(Ffmpeg, FailsForTheSecondsThatAreNotThereYet) {
-    const std::pair<std::string, const char*> films[] = {
-        {"short.mp4", "-z"}, {"short.mp4", "-p"}, {"clusters.mkv", "-z"}, {"clusters.mkv", "-p"}};
     for (const std::set<int>& missing : {std::set<int>{}, {4}, {13}, {4, 10}, {1, 4, 7, 10, 13}}) {
-        for (const auto& [name, option] : films) { // preallocated, and sparse
-            const fs::path video = sample(name);
-            for (const int second : missing) {
-                makeHole(video, second, option);
+        for (const std::string name : {"short.mp4", "clusters.mkv"}) {
+            for (const char* option : {"-z", "-p"}) { // preallocated, and sparse
+                const fs::path video = unfinished(name);
+                for (const int second : missing) {
+                    makeHole(video, second, option);
+                }
+                for (const int second : kSeconds) {
+                    const std::string expected = missing.count(second) != 0 ? "" : stock("samples/" + name, second);
+                    EXPECT_TRUE(made(video, second) == expected)
+                        << name << option << " at " << second << " of " << missing.size() << " holes: " << run.errors;
+                }
             }
-            for (const int second : kSeconds) {
-                const std::string expected = missing.count(second) != 0 ? "" : stock("samples/" + name, second);
-                EXPECT_TRUE(made(video, second) == expected)
-                    << name << option << " at " << second << " of " << missing.size() << " holes: " << run.errors;
-            }
+        }
+    }
+}
+
+/// Silence and padding are thousands of zeros, and so is what is missing.
+TEST_F(Ffmpeg, TellsZerosOfAFilmFromAHole) {
+    for (const char* name : {"silent.mov", "silentHevc.mov", "silent.mkv", "prores.mov", "dnxhr.mov", "mjpeg.avi",
+                             "xvid.avi", "dv.avi", "cbr.mxf"}) {
+        EXPECT_FALSE(made(sample(name), 4).empty()) << name << run.errors;
+        for (const char* option : {"-z", "-p"}) {
+            const fs::path video = unfinished(name);
+            makeHole(video, 4, option);
+            EXPECT_TRUE(made(video, 4).empty()) << name << option;
         }
     }
 }
 
 TEST_F(Ffmpeg, MakesTheTruePictureOfACutFileOrNone) {
     for (const char* name : {"short.mp4", "clusters.mkv", "long.mp4"}) {
-        const fs::path video = sample(name);
+        const fs::path video = unfinished(name);
         const std::string expected = made(video, 7);
         ASSERT_FALSE(expected.empty()) << name;
         const std::uintmax_t size = fs::file_size(video);
@@ -102,9 +121,22 @@ TEST_F(Ffmpeg, MakesTheTruePictureOfACutFileOrNone) {
 }
 
 TEST_F(Ffmpeg, TakesNoPictureFromBeforeACut) {
-    const fs::path stream = sample("openGop.ts"); // its length is known by its last packet only
+    const fs::path stream = unfinished("openGop.ts"); // its length is known by its last packet only
     fs::resize_file(stream, fs::file_size(stream) / 2);
     EXPECT_EQ(made(stream, 13), "");
+}
+
+/// A decoder conceals what it cannot decode, and goes on: in a preview that would be a smear for good.
+TEST_F(Ffmpeg, ShowsNoDamagedFrame) {
+    const fs::path video = sample("short.mp4");
+    const auto ask = "ffprobe -v error -select_streams v -read_intervals 7%+#1 -show_entries frame=pkt_pos -of csv=p=0";
+    auto argv = words(ask);
+    argv.push_back(video);
+    std::string bytes = readFile(video);
+    bytes.replace(std::stoul(runProgram(argv).output) + 2000, 34, "What a disk wrote here by mistake.");
+    writeFile(video, bytes);
+    EXPECT_TRUE(made(video, 7).empty());
+    EXPECT_FALSE(made(video, 10).empty()) << run.errors;
 }
 
 TEST_F(Ffmpeg, OpensNothingThatAFileNames) {
