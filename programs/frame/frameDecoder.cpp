@@ -54,7 +54,8 @@ void writeAll(const std::uint8_t* data, std::size_t size) {
 
 void makePicture(int second, Download download) {
     VideoFile file(STDIN_FILENO, download);
-    const Libav<AVPacket> picture = makeJpeg(findFrame(file, second), file.video());
+    const Libav<AVFrame> frame = findFrame(file, second);
+    const Libav<AVPacket> picture = makeJpeg(*frame, file.video(), file.pixelRatio(*frame));
     writeAll(picture->data, static_cast<std::size_t>(picture->size));
     (void)!write(kLifeline, "", 1); // without one who listens there, the exit status tells
 }

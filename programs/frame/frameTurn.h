@@ -2,6 +2,6 @@
 
 #include "programs/media/libav.h"
 
-/// The frame turned and mirrored as its display matrix says, or else the stream's; as it is when there is none.
-/// Angles other than quarter turns are left alone. Throws MediaError.
-Libav<AVFrame> turnedUpright(Libav<AVFrame> frame, const AVStream& stream);
+/// The picture, of 8 bits in planes and with as many colour samples in both directions, turned and mirrored as the
+/// display matrix of its frame says, or else the stream's. Angles other than quarter turns are left alone.
+Libav<AVFrame> turnedUpright(Libav<AVFrame> picture, const AVFrame& frame, const AVStream& stream);

@@ -2,6 +2,9 @@
 
 #include "programs/media/libav.h"
 
-/// The frame as a JPEG picture: turned upright as the stream says, shrunk so that its longer side has at most 1080
-/// pixels (never enlarged), in the best quality. Throws MediaError.
-Libav<AVPacket> makeJpeg(Libav<AVFrame> frame, const AVStream& stream);
+/// The frame of the stream as a JPEG picture, as a player shows it (screenColours.h) and in the best quality: with
+/// square pixels, turned upright, shrunk so that its longer side has at most 1080 pixels.
+///
+/// @param pixel  width of a pixel by its height; 0 where nobody knows.
+/// Throws MediaError.
+Libav<AVPacket> makeJpeg(const AVFrame& frame, const AVStream& stream, AVRational pixel);

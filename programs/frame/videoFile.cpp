@@ -1,5 +1,9 @@
 #include "programs/frame/videoFile.h"
 
+extern "C" {
+#include <libavutil/dovi_meta.h>
+}
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,6 +32,15 @@ bool isText(const AVStream& stream) {
     return type == AVMEDIA_TYPE_SUBTITLE || type == AVMEDIA_TYPE_DATA;
 }
 
+/// Profile 5 and the later profiles without a compatible base layer: their colours are none that a matrix could tell.
+bool isDolbyVisionAlone(const AVStream& stream) {
+    constexpr int kProfileAlone = 5;
+    const std::uint8_t* data = av_stream_get_side_data(&stream, AV_PKT_DATA_DOVI_CONF, nullptr);
+    const auto* vision = reinterpret_cast<const AVDOVIDecoderConfigurationRecord*>(data);
+    return vision != nullptr && (vision->dv_profile == kProfileAlone || (vision->dv_profile > kProfileAlone + 2 &&
+                                                                         vision->dv_bl_signal_compatibility_id == 0));
+}
+
 std::int64_t inMicroseconds(std::int64_t time, const AVStream& stream) {
     return av_rescale_q(time, stream.time_base, AV_TIME_BASE_Q);
 }
@@ -37,6 +50,9 @@ std::int64_t inMicroseconds(std::int64_t time, const AVStream& stream) {
 VideoFile::VideoFile(int descriptor, Download download) : download_(download), file_(descriptor) {
     readHead();
     chooseStream();
+    if (isDolbyVisionAlone(*video_)) {
+        throw MediaError("Dolby Vision without a base layer for other screens");
+    }
 }
 
 /// A container with an index tells about its streams in its head, all but their first time stamps. The others want
@@ -124,6 +140,10 @@ std::int64_t VideoFile::startTime() const {
 
 std::int64_t VideoFile::timeStamp(int second) const {
     return av_rescale_q(second * std::int64_t{AV_TIME_BASE} + startTime(), AV_TIME_BASE_Q, video_->time_base);
+}
+
+AVRational VideoFile::pixelRatio(AVFrame& frame) const {
+    return av_guess_sample_aspect_ratio(&format_, video_, &frame);
 }
 
 std::optional<std::int64_t> VideoFile::seek(int second) {

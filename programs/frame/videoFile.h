@@ -12,13 +12,17 @@ enum class Download : std::uint8_t { finished, unfinished };
 class VideoFile {
 public:
     /// Reads the head of the file open as `descriptor` and chooses its video stream: the largest one, a stream marked
-    /// as the default first. An attached cover picture is not a video.
+    /// as the default first. An attached cover picture is not a video. Dolby Vision whose base layer fits no other
+    /// screen is refused: this program cannot tell its colours.
     VideoFile(int descriptor, Download download);
 
     [[nodiscard]] AVStream& video() const { return *video_; }
 
     /// The time stamp of the video stream that lies `second` after the start of the file.
     [[nodiscard]] std::int64_t timeStamp(int second) const;
+
+    /// The width of a frame's pixels by their height, as container and codec have it; 0 where neither tells.
+    [[nodiscard]] AVRational pixelRatio(AVFrame& frame) const;
 
     /// Goes to a place from which everything from `second` on is read: the key frame before, as a rule.
     ///

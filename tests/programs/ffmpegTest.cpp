@@ -6,28 +6,18 @@ namespace {
 
 constexpr std::array kSeconds = {1, 4, 7, 10, 13}; // of the five pictures of every sample
 
-std::vector<std::string> commandLine(const std::string& program, const std::string& video, int second,
-                                     const std::string& picture) {
-    auto argv = words(program + " -ss " + std::to_string(second) + " -timelimit 300 -i -vf " +
-                      R"(select=eq(pict_type\,I),scale='if(gt(a,1),min(1080,iw),-1)':'if(gt(a,1),-1,min(1080,ih))')" +
-                      " -y -vframes 1 -an -qscale:v 1 -f mjpeg");
-    argv.insert(argv.begin() + 6, video);
-    argv.push_back(picture);
-    return argv;
-}
-
 /// Has in its task a film in plain red that no picture may show.
 struct Ffmpeg : PictureTest {
     Ffmpeg() { fs::copy_file("samples/secret.mp4", task / "secret.mp4"); }
 
     std::string made(const fs::path& video, int second) {
-        return PictureTest::made(commandLine("/usr/vexo/bin/ffmpeg", video, second, picture));
+        return PictureTest::made(frameCommand("/usr/vexo/bin/ffmpeg", video, second, picture));
     }
 
     /// The picture that Debian's ffmpeg makes.
     static std::string stock(const fs::path& video, int second) {
         fs::remove("stock.jpeg");
-        runProgram(commandLine("/usr/bin/ffmpeg", video, second, "stock.jpeg"));
+        runProgram(frameCommand("/usr/bin/ffmpeg", video, second, "stock.jpeg"));
         return readFile("stock.jpeg");
     }
 
@@ -50,10 +40,21 @@ struct Ffmpeg : PictureTest {
     std::size_t samples = 0;
 };
 
+/// The JPEG from its first comment on: the program's own says of every picture that its pixels are square.
+std::string picturePart(const std::string& jpeg) {
+    return jpeg.substr(std::min(jpeg.find("\xff\xfe"), jpeg.size()));
+}
+
+/// Films whose colours, shape or range are shown otherwise: see the chart. Samples of 4:2:2 become 4:2:0.
+const std::set<std::string> kCorrected = {"colours.mkv", "cover.jpg",  "dnxhr.mov", "dv.avi",   "dv.dv",
+                                          "prores.mov",  "hevc10.mp4", "odd.mp4",   "tall.mkv", "upsideDown.mp4"};
+
 /// Where no intra frame follows, it is the picture of the last second for which the stock program makes one.
 TEST_F(Ffmpeg, MakesTheVeryPictureOfTheStockProgram) {
-    fs::remove("samples/cover.jpg");
     for (const auto& entry : fs::directory_iterator("samples")) {
+        if (kCorrected.count(entry.path().filename()) != 0) {
+            continue;
+        }
         const fs::path video = sample(entry.path().filename());
         for (const int second : kSeconds) {
             std::string expected = stock(entry, second);
@@ -61,7 +62,8 @@ TEST_F(Ffmpeg, MakesTheVeryPictureOfTheStockProgram) {
                 expected = stock(entry, --before);
             }
             EXPECT_FALSE(expected.empty()) << entry;
-            EXPECT_TRUE(made(video, second) == expected) << entry << " at " << second << ": " << run.errors;
+            EXPECT_TRUE(picturePart(made(video, second)) == picturePart(expected))
+                << entry << " at " << second << ": " << run.errors;
         }
     }
 }
@@ -162,7 +164,7 @@ TEST_F(Ffmpeg, RefusesAPictureOfMonstrousSize) {
 }
 
 TEST_F(Ffmpeg, TakesOneCommandLineOnly) {
-    expectNoOther(commandLine("/usr/vexo/bin/ffmpeg", sample("short.mp4"), 4, picture));
+    expectNoOther(frameCommand("/usr/vexo/bin/ffmpeg", sample("short.mp4"), 4, picture));
     EXPECT_TRUE(fs::is_empty(pictures));
 }
 

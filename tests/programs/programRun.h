@@ -40,6 +40,17 @@ inline std::vector<std::string> words(const std::string& line) {
     return {std::istream_iterator<std::string>(stream), {}};
 }
 
+/// The command line with which ffmpeg makes the picture of a film at a second.
+inline std::vector<std::string> frameCommand(const std::string& program, const std::string& video, int second,
+                                             const std::string& picture) {
+    auto argv = words(program + " -ss " + std::to_string(second) + " -timelimit 300 -i -vf " +
+                      R"(select=eq(pict_type\,I),scale='if(gt(a,1),min(1080,iw),-1)':'if(gt(a,1),-1,min(1080,ih))')" +
+                      " -y -vframes 1 -an -qscale:v 1 -f mjpeg");
+    argv.insert(argv.begin() + 6, video);
+    argv.push_back(picture);
+    return argv;
+}
+
 /// Starts a program. What it prints goes to the files program.output and program.errors.
 inline pid_t startProgram(std::vector<std::string> argv) {
     argv.insert(argv.begin(), {"/bin/sh", "-c", R"(exec "$@" >program.output 2>program.errors)", "sh"});
