@@ -4,7 +4,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <fstream>
 #include <memory>
 
 namespace {
@@ -29,7 +31,30 @@ bool allowMemory(const Filter& filter) {
            allow(filter, SCMP_SYS(madvise));
 }
 
+/// Lowers a limit, or leaves it where it is lower already.
+bool lower(__rlimit_resource resource, rlim_t soft, rlim_t hard) {
+    rlimit both = {};
+    if (getrlimit(resource, &both) != 0) {
+        return false;
+    }
+    both.rlim_max = std::min(both.rlim_max, hard);
+    both.rlim_cur = std::min({both.rlim_cur, both.rlim_max, soft});
+    return setrlimit(resource, &both) == 0;
+}
+
+/// The address space of this process in bytes; 0 where the kernel does not tell.
+rlim_t addressSpace() {
+    rlim_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+}
+
 } // namespace
+
+bool limitResources(rlim_t bytes, rlim_t seconds) {
+    const rlim_t used = addressSpace();
+    return used != 0 && lower(RLIMIT_AS, used + bytes, used + bytes) && lower(RLIMIT_CPU, seconds, 2 * seconds);
+}
 
 bool allowOnlyReading(int input) {
     const Filter filter(seccomp_init(SCMP_ACT_ERRNO(EPERM)), &seccomp_release);
@@ -37,6 +62,6 @@ bool allowOnlyReading(int input) {
            allowOn(filter, SCMP_SYS(pread64), input) && allowOn(filter, SCMP_SYS(lseek), input) &&
            allowOn(filter, SCMP_SYS(write), STDOUT_FILENO) && allowOn(filter, SCMP_SYS(write), STDERR_FILENO) &&
            allow(filter, SCMP_SYS(sendto)) && allow(filter, SCMP_SYS(getpid)) && allow(filter, SCMP_SYS(futex)) &&
-           allow(filter, SCMP_SYS(clock_gettime)) && allow(filter, SCMP_SYS(exit_group)) &&
-           seccomp_load(filter.get()) == 0;
+           allow(filter, SCMP_SYS(clock_gettime)) && allow(filter, SCMP_SYS(rt_sigreturn)) &&
+           allow(filter, SCMP_SYS(exit_group)) && seccomp_load(filter.get()) == 0;
 }

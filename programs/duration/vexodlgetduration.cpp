@@ -19,9 +19,11 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <string_view>
 
 namespace {
 
@@ -47,6 +49,22 @@ Descriptor openMedia(const std::string& path) {
     return openRegularFile(path);
 }
 
+/// For SIGXCPU: has libav end at its next read. Where it has not come to one a second later, only this is left.
+void endInTime(int /*signal*/) {
+    constexpr std::string_view kLine = "vexodlgetduration: the limit of processor time was reached\n";
+    if (MediaFile::isStopped()) {
+        (void)!write(STDERR_FILENO, kLine.data(), kLine.size());
+        _exit(kLimitReached);
+    }
+    MediaFile::stopReading();
+}
+
+bool confine(int input) {
+    constexpr rlim_t kBytes = 256 << 20;
+    constexpr rlim_t kSeconds = 5;
+    return std::signal(SIGXCPU, endInTime) != SIG_ERR && limitResources(kBytes, kSeconds) && allowOnlyReading(input);
+}
+
 int fail(ExitStatus status, const std::string& path, const std::string& what) {
     report(kProgram, path, what);
     return status;
@@ -61,7 +79,20 @@ std::int64_t durationOf(const MediaFile& file) {
     if (format.duration <= 0) {
         throw MediaError("the container tells no duration");
     }
+    if (MediaFile::isStopped()) {
+        throw MediaError("only a part of the file was read");
+    }
     return format.duration;
+}
+
+/// After a failure. libav may have called a lack of memory something else.
+int failToRead(const std::string& path, const char* what) {
+    const bool outOfMemory = errno == ENOMEM;
+    if (MediaFile::isStopped() || outOfMemory) {
+        return fail(kLimitReached, path,
+                    outOfMemory ? "the memory limit was reached" : "the limit of processor time was reached");
+    }
+    return fail(kNoPicture, path, what);
 }
 
 int printDuration(const std::string& path, bool verbose) {
@@ -70,15 +101,16 @@ int printDuration(const std::string& path, bool verbose) {
         return fail(kBadInput, path, std::strerror(errno)); // NOLINT(concurrency-mt-unsafe): one thread
     }
     openlog(kProgram, LOG_PID | LOG_NDELAY, LOG_USER); // the last socket this process can open
-    if (!allowOnlyReading(media.get())) {
-        return fail(kNoSandbox, path, "the kernel takes no system call filter");
+    if (!confine(media.get())) {
+        return fail(kNoSandbox, path, "the kernel takes no limit or no system call filter");
     }
     av_log_set_level(verbose ? AV_LOG_INFO : AV_LOG_QUIET);
+    errno = 0;
     try {
         const std::int64_t seconds = std::max<std::int64_t>(durationOf(MediaFile(media.get())) / AV_TIME_BASE, 1);
         return writeLine(STDOUT_FILENO, "{\"duration\": " + std::to_string(seconds) + "}") ? kMade : kBadOutput;
     } catch (const std::exception& error) { // not a media file, or no memory
-        return fail(kNoPicture, path, error.what());
+        return failToRead(path, error.what());
     }
 }
 

@@ -18,6 +18,9 @@ int refuseToOpen(AVFormatContext* /*format*/, AVIOContext** /*reader*/, const ch
 int MediaFile::read(void* input, std::uint8_t* buffer, int size) {
     auto& self = *static_cast<Input*>(input);
     ssize_t count = 0;
+    if (stopped_ != 0) {
+        return AVERROR_EXIT;
+    }
     do {
         count = pread(self.descriptor, buffer, static_cast<std::size_t>(size), self.offset);
     } while (count < 0 && errno == EINTR);

@@ -2,6 +2,7 @@
 
 #include "programs/media/libav.h"
 
+#include <csignal>
 #include <cstdint>
 #include <memory>
 
@@ -19,6 +20,10 @@ public:
     [[nodiscard]] int descriptor() const { return input_->descriptor; }
     [[nodiscard]] std::int64_t sizeInBytes() const { return input_->size; }
 
+    /// From now on no file gives a byte more: libav then ends whatever it is at. Safe in a signal handler.
+    static void stopReading() { stopped_ = 1; }
+    static bool isStopped() { return stopped_ != 0; }
+
     /// The byte that libav takes next.
     [[nodiscard]] std::int64_t position() const { return avio_tell(reader_.get()); }
 
@@ -29,6 +34,7 @@ private:
         std::int64_t size;
         std::int64_t offset; ///< of the next byte
     };
+    static inline volatile std::sig_atomic_t stopped_ = 0;
     static int read(void* input, std::uint8_t* buffer, int size);
     static std::int64_t seek(void* input, std::int64_t offset, int whence);
 

@@ -36,6 +36,34 @@ TEST(Duration, IsTakenFromTheHeaderOfAnUnfinishedFile) {
     }
 }
 
+/// Limits that files reach: the index of one claims 64 million frames, the other begins, and then it is one hole.
+TEST(Duration, EndsAtItsLimits) {
+    shell("ffmpeg -v error -f lavfi -i color=s=16x16:d=1 -c:v rawvideo -pix_fmt rgb24 index.mov");
+    shell("ffmpeg -v error -i samples/short.mp4 -c copy -live 1 l.mkv && head -c 20000 l.mkv >hole.mkv && "
+          "truncate -s 100G hole.mkv");
+    std::string index = readFile("index.mov");
+    const auto claim = [&](const char* box, std::size_t offset, char highest) {
+        index.replace(index.find(box) + offset, 4, {highest, '\0', '\0', '\0'});
+    };
+    for (const auto& [box, offset] : {std::pair("stsz", 12), {"stts", 12}, {"stsc", 16}}) {
+        claim(box, offset, 4);
+    }
+    writeFile("known.mov", index);
+    claim("mvhd", 20, 0);
+    claim("mdhd", 20, 0);
+    writeFile("unknown.mov", index);
+    const std::tuple<const char*, int, const char*> files[] = {
+        {"known.mov", 0, ""},
+        {"unknown.mov", 6, "vexodlgetduration: unknown.mov: the memory limit was reached\n"},
+        {"hole.mkv", 6, "vexodlgetduration: hole.mkv: the limit of processor time was reached\n"}};
+    for (const auto& [file, status, errors] : files) {
+        const ProgramRun run = duration({"--path", file});
+        EXPECT_EQ(run.status, status) << file;
+        EXPECT_EQ(run.errors, errors);
+        EXPECT_LT(run.peakBytes, 256L << 20) << file;
+    }
+}
+
 TEST(Duration, OpensNothingButTheOneRegularFile) {
     shell(
         "cd download && mkdir -p 7/sub 8 && cp ../samples/short.mp4 8/secret.mp4 && cp 8/secret.mp4 7/own.mp4 && "
