@@ -229,10 +229,11 @@ private:
     /// Where the end of the video is its true end, the last frame is right for every second behind it.
     Libav<AVFrame> findBefore() {
         if (!file_.endsWhole(second_)) {
-            throw MediaError("the data behind this second is not there yet");
+            throw MediaError("the data ends before this second");
         }
-        for (int back = 2; !before_.packet && back < 2 * second_ + 2; back *= 2) {
-            lookBack(std::max(0, second_ - back));
+        const std::int64_t second = second_;
+        for (std::int64_t back = 2; !before_.packet && back < 2 * second + 2; back *= 2) {
+            lookBack(static_cast<int>(std::max<std::int64_t>(0, second - back)));
         }
         if (!before_.packet) {
             throw MediaError("the video has no intra-coded frame");

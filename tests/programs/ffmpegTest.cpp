@@ -141,6 +141,16 @@ TEST_F(Ffmpeg, ShowsNoDamagedFrame) {
     EXPECT_FALSE(made(video, 10).empty()) << run.errors;
 }
 
+/// The second film lasts that long, and no frame in it is intra-coded.
+TEST_F(Ffmpeg, FailsForASecondOfAnotherCentury) {
+    shell("ffmpeg -v error -i samples/short.mp4 -an -r 1 -bf 0 -video_track_timescale 1 "
+          "-bsf:v \"noise=drop=key,setts=ts='if(gt(N,8),1000000000+N,N)'\" download/7/long.mp4");
+    EXPECT_EQ(made(sample("short.mp4"), 999'999'999), "");
+    EXPECT_NE(run.errors.find("the data ends before this second"), std::string::npos) << run.errors;
+    EXPECT_EQ(made(task / "long.mp4", 999'999'999), "");
+    EXPECT_NE(run.errors.find("the video has no intra-coded frame"), std::string::npos) << run.errors;
+}
+
 TEST_F(Ffmpeg, OpensNothingThatAFileNames) {
     const std::string hls = "#EXTM3U\n#EXT-X-TARGETDURATION:15\n#EXTINF:15,\n/srv/download/7/secret.mp4\n";
     const std::string concat = "ffconcat version 1.0\nfile secret.mp4\n";
