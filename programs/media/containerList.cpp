@@ -12,17 +12,19 @@ extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/mem.h>
 
-extern const AVInputFormat ff_asf_demuxer, ff_avi_demuxer, ff_dv_demuxer, ff_flv_demuxer, ff_m4v_demuxer,
-    ff_matroska_demuxer, ff_mov_demuxer, ff_mpegps_demuxer, ff_mpegts_demuxer, ff_mpegvideo_demuxer, ff_mxf_demuxer,
-    ff_ogg_demuxer, ff_rm_demuxer, ff_wtv_demuxer;
+extern const AVInputFormat ff_asf_demuxer, ff_avi_demuxer, ff_dv_demuxer, ff_flv_demuxer, ff_h264_demuxer,
+    ff_hevc_demuxer, ff_ivf_demuxer, ff_m4v_demuxer, ff_matroska_demuxer, ff_mov_demuxer, ff_mpegps_demuxer,
+    ff_mpegts_demuxer, ff_mpegvideo_demuxer, ff_mxf_demuxer, ff_nut_demuxer, ff_ogg_demuxer, ff_rm_demuxer,
+    ff_wtv_demuxer, ff_yuv4mpegpipe_demuxer;
 
 // The lists of libavformat. A place in a list is kept as a number behind the opaque pointer.
 
 const AVInputFormat* av_demuxer_iterate(void** opaque) {
     static const AVInputFormat* const kFormats[] = {
-        &ff_asf_demuxer,      &ff_avi_demuxer, &ff_dv_demuxer,     &ff_flv_demuxer,    &ff_m4v_demuxer,
-        &ff_matroska_demuxer, &ff_mov_demuxer, &ff_mpegps_demuxer, &ff_mpegts_demuxer, &ff_mpegvideo_demuxer,
-        &ff_mxf_demuxer,      &ff_ogg_demuxer, &ff_rm_demuxer,     &ff_wtv_demuxer,    nullptr};
+        &ff_asf_demuxer,    &ff_avi_demuxer,    &ff_dv_demuxer,        &ff_flv_demuxer,          &ff_h264_demuxer,
+        &ff_hevc_demuxer,   &ff_ivf_demuxer,    &ff_m4v_demuxer,       &ff_matroska_demuxer,     &ff_mov_demuxer,
+        &ff_mpegps_demuxer, &ff_mpegts_demuxer, &ff_mpegvideo_demuxer, &ff_mxf_demuxer,          &ff_nut_demuxer,
+        &ff_ogg_demuxer,    &ff_rm_demuxer,     &ff_wtv_demuxer,       &ff_yuv4mpegpipe_demuxer, nullptr};
     auto place = reinterpret_cast<uintptr_t>(*opaque); // NOLINT(performance-no-int-to-ptr)
     const AVInputFormat* format = kFormats[place];
     *opaque = reinterpret_cast<void*>(format == nullptr ? place : place + 1); // NOLINT(performance-no-int-to-ptr)

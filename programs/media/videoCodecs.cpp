@@ -11,12 +11,13 @@ extern "C" {
 extern "C" {
 
 #define VIDEO_DECODERS(of)                                                                                             \
-    of(cavs) of(cfhd) of(cinepak) of(dirac) of(dnxhd) of(dvvideo) of(ffv1) of(ffvhuff) of(flv) of(h261) of(h263)       \
-        of(h263p) of(h264) of(hevc) of(huffyuv) of(indeo3) of(indeo4) of(indeo5) of(lagarith) of(libdav1d)             \
-            of(magicyuv) of(mjpeg) of(mpeg1video) of(mpeg2video) of(mpeg4) of(msmpeg4v1) of(msmpeg4v2) of(msmpeg4v3)   \
-                of(msvideo1) of(png) of(prores) of(qtrle) of(rawvideo) of(rv10) of(rv20) of(rv30) of(rv40) of(svq1)    \
-                    of(svq3) of(theora) of(utvideo) of(v210) of(vc1) of(vp3) of(vp5) of(vp6) of(vp6a) of(vp6f) of(vp8) \
-                        of(vp9) of(wmv1) of(wmv2) of(wmv3)
+    of(amv) of(asv1) of(asv2) of(ayuv) of(cavs) of(cfhd) of(cinepak) of(dirac) of(dnxhd) of(dvvideo) of(ffv1)          \
+        of(ffvhuff) of(flv) of(h261) of(h263) of(h263p) of(h264) of(hap) of(hevc) of(huffyuv) of(indeo3) of(indeo4)    \
+            of(indeo5) of(jpeg2000) of(jpegls) of(lagarith) of(libdav1d) of(magicyuv) of(mjpeg) of(mpeg1video)         \
+                of(mpeg2video) of(mpeg4) of(msmpeg4v1) of(msmpeg4v2) of(msmpeg4v3) of(msvideo1) of(png) of(prores)     \
+                    of(qtrle) of(r210) of(rawvideo) of(rv10) of(rv20) of(rv30) of(rv40) of(snow) of(svq1) of(svq3)     \
+                        of(targa) of(theora) of(utvideo) of(v210) of(v410) of(vc1) of(vp3) of(vp5) of(vp6) of(vp6a)    \
+                            of(vp6f) of(vp8) of(vp9) of(wmv1) of(wmv2) of(wmv3) of(zmbv)
 #define DECLARED(name) extern const AVCodec ff_##name##_decoder;
 #define LISTED(name) &ff_##name##_decoder,
 VIDEO_DECODERS(DECLARED)

@@ -11,7 +11,7 @@ const auto expected = [](long seconds) { return "{\"duration\": " + std::to_stri
 
 /// The streams without a container and the photo have no length.
 TEST(Duration, IsTheWholeSecondsThatFfprobeTells) {
-    shell("rm samples/raw.m4v samples/mpeg2.m2v samples/cover.jpg");
+    shell("rm samples/amv.amv samples/raw.m4v samples/mpeg2.m2v samples/raw.h264 samples/raw.hevc samples/cover.jpg");
     for (const auto& entry : fs::directory_iterator("samples")) {
         const std::string file = entry.path();
         const ProgramRun probe =

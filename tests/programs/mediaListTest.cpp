@@ -18,19 +18,25 @@ using Names = std::set<std::string>;
 /// Each container of the programs by its name in libav, and the extensions of its films.
 const std::map<std::string, Names> kContainers = {
     {"asf", {"asf", "dvr-ms", "wmv"}},
-    {"avi", {"avi", "divx"}},
+    {"avi", {"amv", "avi", "divx"}},
     {"dv", {"dv"}},
     {"flv", {"flv"}},
-    {"m4v", {"m4v"}},
-    {"matroska,webm", {"mkv", "webm"}},
-    {"mov,mp4,m4a,3gp,3g2,mj2", {"3g2", "3gp", "f4v", "m4v", "mov", "mp4", "qt"}},
-    {"mpeg", {"mpe", "mpeg", "mpg", "vob"}},
-    {"mpegts", {"m2t", "m2ts", "mts", "tp", "trp", "ts"}},
-    {"mpegvideo", {"m1v", "m2v"}},
+    {"h264", {"264", "h264"}},
+    {"hevc", {"265", "hevc"}},
+    {"ivf", {"ivf"}},
+    {"m4v", {"m4v", "mp4v"}},
+    {"matroska,webm", {"mk3d", "mkv", "webm"}},
+    {"mov,mp4,m4a,3gp,3g2,mj2",
+     {"3g2", "3gp", "3gpp", "f4v", "insv", "ismv", "lrv", "m4v", "mov", "mp4", "mp4v", "qt"}},
+    {"mpeg", {"m2p", "mod", "mpe", "mpeg", "mpg", "vob"}},
+    {"mpegts", {"m2t", "m2ts", "mts", "tod", "tp", "trp", "ts"}},
+    {"mpegvideo", {"m1v", "m2v", "mpv"}},
     {"mxf", {"mxf"}},
+    {"nut", {"nut"}},
     {"ogg", {"ogm", "ogv"}},
     {"rm", {"rm", "rmvb"}},
     {"wtv", {"wtv"}},
+    {"yuv4mpegpipe", {"y4m"}},
 };
 
 /// The container as which the programs read a film.
