@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <string_view>
 
 namespace {
 
@@ -21,8 +24,9 @@ int MediaFile::read(void* input, std::uint8_t* buffer, int size) {
     if (stopped_ != 0) {
         return AVERROR_EXIT;
     }
+    const std::int64_t wanted = std::max<std::int64_t>(0, std::min<std::int64_t>(size, self.end - self.offset));
     do {
-        count = pread(self.descriptor, buffer, static_cast<std::size_t>(size), self.offset);
+        count = pread(self.descriptor, buffer, static_cast<std::size_t>(wanted), self.offset);
     } while (count < 0 && errno == EINTR);
     if (count <= 0) {
         return count == 0 ? AVERROR_EOF : AVERROR(errno);
@@ -47,7 +51,7 @@ std::int64_t MediaFile::seek(void* input, std::int64_t offset, int whence) {
     }
 }
 
-MediaFile::MediaFile(int descriptor) : input_(new Input{descriptor, lseek(descriptor, 0, SEEK_END), 0}) {
+MediaFile::MediaFile(int descriptor) : input_(new Input{descriptor, lseek(descriptor, 0, SEEK_END), 0, INT64_MAX}) {
     checked(input_->size >= 0 ? 0 : AVERROR(errno), "cannot find the file's end");
     auto* buffer = static_cast<std::uint8_t*>(av_malloc(kReadAtOnce));
     checked(buffer != nullptr ? 0 : AVERROR(ENOMEM), "cannot read the file");
@@ -58,4 +62,9 @@ MediaFile::MediaFile(int descriptor) : input_(new Input{descriptor, lseek(descri
     // A failure frees the context.
     checked(avformat_open_input(&format, nullptr, nullptr, nullptr), "cannot read the container");
     format_.reset(format);
+}
+
+bool MediaFile::isBare() const {
+    constexpr std::array<std::string_view, 4> kBare = {"h264", "hevc", "m4v", "mpegvideo"};
+    return std::find(kBare.begin(), kBare.end(), format_->iformat->name) != kBare.end();
 }
