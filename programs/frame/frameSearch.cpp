@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <deque>
 #include <optional>
 
 namespace {
 
+constexpr std::size_t kMostLeading = 64;                     // packets
 constexpr std::int64_t kMostPixels = std::int64_t{64} << 20; // 8K has 32 million
 
 /// Codecs whose intra-coded frames need no other packet. In the first two they can stand in any packet, and a parser
@@ -42,12 +45,27 @@ Libav<AVCodecContext> openDecoder(const AVStream& stream) {
     return decoder;
 }
 
-/// Tells what kind of frame a packet holds.
+/// What kind of frame a packet holds.
+struct Kind {
+    bool intra = false;
+    bool field = false;         ///< one field only
+    bool bidirectional = false; ///< in MPEG-1, 2 and 4
+    int order = 0; ///< in which frames are shown, of H.264 and HEVC; begins anew with some intra-coded ones
+
+    /// Whether it is shown before an intra-coded frame that is decoded before it.
+    [[nodiscard]] bool leads(const Kind& intraFrame) const {
+        return !intra && (bidirectional || order < intraFrame.order);
+    }
+};
+
+/// Tells the kinds of packets, one after the other.
 class PacketReader {
 public:
     explicit PacketReader(const AVStream& stream) {
         const AVCodecID codec = stream.codecpar->codec_id;
-        if (codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC) {
+        modern_ = codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC;
+        if (modern_ || codec == AV_CODEC_ID_MPEG1VIDEO || codec == AV_CODEC_ID_MPEG2VIDEO ||
+            codec == AV_CODEC_ID_MPEG4) {
             context_ = owned(avcodec_alloc_context3(nullptr));
             checked(avcodec_parameters_to_context(context_.get(), stream.codecpar), "cannot set up the parser");
             parser_ = owned(av_parser_init(codec));
@@ -55,32 +73,40 @@ public:
         }
     }
 
-    void look(const AVPacket& packet) {
-        intra_ = (packet.flags & AV_PKT_FLAG_KEY) != 0;
-        field_ = false;
+    Kind look(const AVPacket& packet) {
+        Kind kind;
+        kind.intra = (packet.flags & AV_PKT_FLAG_KEY) != 0;
         if (parser_ && packet.size > 0) {
-            std::uint8_t* data = nullptr;
-            int size = 0;
-            parser_->pict_type = AV_PICTURE_TYPE_NONE;
-            av_parser_parse2(parser_.get(), context_.get(), &data, &size, packet.data, packet.size, packet.pts,
-                             packet.dts, packet.pos);
-            if (parser_->pict_type != AV_PICTURE_TYPE_NONE) {
-                intra_ = parser_->pict_type == AV_PICTURE_TYPE_I;
-            }
-            field_ = parser_->picture_structure == AV_PICTURE_STRUCTURE_TOP_FIELD ||
-                     parser_->picture_structure == AV_PICTURE_STRUCTURE_BOTTOM_FIELD;
+            parse(packet);
+            kind.bidirectional = !modern_ && parser_->pict_type == AV_PICTURE_TYPE_B;
         }
-        intra_ = intra_ && (packet.flags & AV_PKT_FLAG_DISCARD) == 0;
+        if (modern_ && packet.size > 0) {
+            if (parser_->pict_type != AV_PICTURE_TYPE_NONE) {
+                kind.intra = parser_->pict_type == AV_PICTURE_TYPE_I;
+            }
+            kind.field = parser_->picture_structure == AV_PICTURE_STRUCTURE_TOP_FIELD ||
+                         parser_->picture_structure == AV_PICTURE_STRUCTURE_BOTTOM_FIELD;
+            kind.order = parser_->output_picture_number;
+        }
+        kind.intra = kind.intra && (packet.flags & AV_PKT_FLAG_DISCARD) == 0;
+        return kind;
     }
 
-    [[nodiscard]] bool isIntra() const { return intra_; }
-    [[nodiscard]] bool isField() const { return field_; }
+    /// Whether it tells the order in which frames are shown.
+    [[nodiscard]] bool knowsOrder() const { return modern_; }
 
 private:
+    void parse(const AVPacket& packet) {
+        std::uint8_t* data = nullptr;
+        int size = 0;
+        parser_->pict_type = AV_PICTURE_TYPE_NONE;
+        av_parser_parse2(parser_.get(), context_.get(), &data, &size, packet.data, packet.size, packet.pts, packet.dts,
+                         packet.pos);
+    }
+
     Libav<AVCodecContext> context_;
     Libav<AVCodecParserContext> parser_;
-    bool intra_ = false;
-    bool field_ = false;
+    bool modern_ = false; ///< H.264 or HEVC
 };
 
 class FrameSearch {
@@ -113,6 +139,12 @@ private:
         bool intra = false;
     };
 
+    struct Waiting {
+        Libav<AVPacket> packet;
+        std::int64_t end; ///< the byte behind all that it took
+        Kind kind;
+    };
+
     Libav<AVFrame> findAfter() {
         start(second_);
         while (std::optional<Step> step = nextStep()) {
@@ -139,52 +171,91 @@ private:
     void start(int second) {
         const std::optional<std::int64_t> place = file_.seek(second);
         avcodec_flush_buffers(decoder_.get());
-        waiting_.reset();
+        waiting_.clear();
         beginKnown_ = place.has_value();
         begin_ = place.value_or(0);
         end_ = begin_;
         damaged_ = false;
     }
 
-    Libav<AVPacket> nextPacket() {
-        if (waiting_) {
-            return std::move(waiting_);
+    /// The next packet is waiting. False at the end.
+    bool wait(std::size_t place) {
+        while (waiting_.size() <= place) {
+            Libav<AVPacket> packet = owned(av_packet_alloc());
+            if (!file_.read(*packet)) {
+                return false;
+            }
+            const Kind kind = reader_.look(*packet);
+            waiting_.push_back({std::move(packet), file_.position(), kind});
         }
-        Libav<AVPacket> packet = owned(av_packet_alloc());
-        return file_.read(*packet) ? std::move(packet) : nullptr;
+        return true;
     }
 
     std::optional<Step> nextStep() {
-        Step step;
-        step.packet = nextPacket();
-        if (!step.packet) {
+        if (!wait(0)) {
             return std::nullopt;
         }
-        end_ = std::max(end_, file_.position());
+        Step step;
+        step.packet = std::move(waiting_.front().packet);
+        const Kind kind = waiting_.front().kind;
+        end_ = std::max(end_, waiting_.front().end);
+        waiting_.pop_front();
         if (!beginKnown_) {
             begin_ = std::max<std::int64_t>(step.packet->pos, 0);
             beginKnown_ = true;
         }
-        reader_.look(*step.packet);
-        step.intra = reader_.isIntra();
+        step.intra = kind.intra;
         step.time = step.packet->pts != AV_NOPTS_VALUE ? step.packet->pts : step.packet->dts;
         if (step.intra) {
-            lookAhead(step);
+            lookAhead(step, kind);
         }
         return step;
     }
 
-    void lookAhead(Step& step) {
-        const bool delayed = step.packet->pts == AV_NOPTS_VALUE && file_.video().codecpar->video_delay > 0;
-        if (delayed || reader_.isField()) {
-            waiting_ = nextPacket();
+    void lookAhead(Step& step, const Kind& kind) {
+        if (kind.field && wait(0)) {
+            step.otherField = owned(av_packet_clone(waiting_.front().packet.get()));
         }
-        if (waiting_ && delayed && waiting_->dts != AV_NOPTS_VALUE) {
-            step.time = waiting_->dts; // a frame is shown when the next one is decoded
+        const int delay = file_.video().codecpar->video_delay;
+        if (step.packet->pts != AV_NOPTS_VALUE || step.time == AV_NOPTS_VALUE || delay == 0) {
+            return;
         }
-        if (waiting_ && reader_.isField()) {
-            step.otherField = owned(av_packet_clone(waiting_.get()));
+        std::size_t place = kind.field ? 1 : 0;
+        while (place < kMostLeading && wait(place) && waiting_[place].kind.leads(kind)) {
+            ++place;
         }
+        if (const std::optional<std::int64_t> time = timeByOrder(kind)) {
+            step.time = *time;
+            return;
+        }
+        // With a delay of one it is shown when the next frame that it does not lead is decoded.
+        const std::int64_t length = step.packet->duration;
+        const auto frames = static_cast<std::int64_t>(place);
+        const bool known = wait(place) && waiting_[place].packet->dts != AV_NOPTS_VALUE;
+        step.time = known ? waiting_[place].packet->dts + (delay - 1) * length : step.time + (delay + frames) * length;
+    }
+
+    /// The time of a frame of H.264 or HEVC by those of two frames that follow, where packets tell times.
+    std::optional<std::int64_t> timeByOrder(const Kind& kind) {
+        const Waiting* first = nullptr;
+        const bool tell = reader_.knowsOrder() && file_.hasTimes();
+        for (std::size_t place = 0; tell && place < kMostLeading && wait(place); ++place) {
+            const Waiting& next = waiting_[place];
+            if (next.kind.intra) {
+                break; // the order may begin anew
+            }
+            if (next.packet->pts == AV_NOPTS_VALUE || (first != nullptr && next.kind.order == first->kind.order)) {
+                continue;
+            }
+            if (first != nullptr) {
+                const double slope = static_cast<double>(next.packet->pts - first->packet->pts) /
+                                     (static_cast<double>(next.kind.order) - first->kind.order);
+                const double distance = static_cast<double>(kind.order) - first->kind.order;
+                return first->packet->pts + std::llround(slope * distance);
+            }
+            first = &next;
+        }
+        return std::nullopt;
     }
 
     /// The frame of an intra-coded packet, which comes out at once; none where the packet holds none, or a damaged one.
@@ -269,8 +340,8 @@ private:
     Libav<AVCodecContext> decoder_;
     bool alone_; ///< intra-coded frames are decoded alone, the others not at all
     PacketReader reader_;
-    Libav<AVPacket> waiting_;
-    Step before_; ///< the last intra-coded packet before the second
+    std::deque<Waiting> waiting_; ///< packets read ahead
+    Step before_;                 ///< the last intra-coded packet before the second
     Libav<AVFrame> frameBefore_;
     std::int64_t begin_ = 0; ///< bytes from here to end_ decide which frame is the one sought
     std::int64_t end_ = 0;

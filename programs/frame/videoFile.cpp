@@ -81,6 +81,10 @@ bool VideoFile::readFirstTimes() {
         if (known || av_read_frame(&format_, packet.get()) < 0) {
             return known;
         }
+        AVStream& stream = *format_.streams[packet->stream_index];
+        if (stream.start_time == AV_NOPTS_VALUE) { // libavformat waits for the order in which frames are decoded
+            stream.start_time = packet->pts;
+        }
         av_packet_unref(packet.get());
     }
     return false;
@@ -120,6 +124,9 @@ bool VideoFile::isIndexed() const {
 
 /// Of the whole file in microseconds: the earliest stream's, a text that begins less than a second earlier included.
 std::int64_t VideoFile::startTime() const {
+    if (file_.isBare()) {
+        return 0;
+    }
     if (format_.start_time != AV_NOPTS_VALUE) {
         return format_.start_time;
     }
@@ -147,20 +154,45 @@ AVRational VideoFile::pixelRatio(AVFrame& frame) const {
 }
 
 std::optional<std::int64_t> VideoFile::seek(int second) {
+    packetEnd_ = 0;
+    nextTime_ = AV_NOPTS_VALUE;
+    if (file_.isBare()) { // frames are counted from the first one
+        nextTime_ = 0;
+        checked(av_seek_frame(&format_, -1, 0, AVSEEK_FLAG_BYTE), "cannot go back to the beginning");
+        return 0;
+    }
     // Key frames are indexed by the time they are decoded in many containers: that is a few pictures earlier.
     constexpr std::int64_t kReorder = 3 * AV_TIME_BASE / 23;
     const std::int64_t shown = second * std::int64_t{AV_TIME_BASE} + startTime();
     const bool byDecoding = (format_.iformat->flags & AVFMT_SEEK_TO_PTS) == 0;
     const std::int64_t place = byDecoding ? shown - kReorder : shown;
     const bool sought = avformat_seek_file(&format_, -1, INT64_MIN, place, place, 0) >= 0;
-    packetEnd_ = 0;
     return sought && !isIndexed() ? std::optional(file_.position()) : std::nullopt;
+}
+
+/// libav's answer to the reading of a packet of any stream.
+int VideoFile::readAny(AVPacket& packet) {
+    const int answer = av_read_frame(&format_, &packet);
+    if (answer < 0 || packet.stream_index != video_->index) {
+        return answer;
+    }
+    if (file_.isBare()) {
+        packet.pts = AV_NOPTS_VALUE;
+        packet.dts = nextTime_ - packet.duration * video_->codecpar->video_delay;
+        nextTime_ += packet.duration;
+        return answer;
+    }
+    if (packet.pts == AV_NOPTS_VALUE && packet.dts == AV_NOPTS_VALUE) {
+        packet.dts = nextTime_;
+    }
+    nextTime_ = packet.dts == AV_NOPTS_VALUE ? AV_NOPTS_VALUE : packet.dts + packet.duration;
+    return answer;
 }
 
 bool VideoFile::read(AVPacket& packet) {
     do {
         av_packet_unref(&packet);
-        if (av_read_frame(&format_, &packet) < 0) {
+        if (readAny(packet) < 0) {
             return false;
         }
     } while (packet.stream_index != video_->index);
@@ -174,7 +206,8 @@ std::int64_t VideoFile::position() const {
 }
 
 bool VideoFile::hasTimes() const {
-    return (format_.iformat->flags & AVFMT_NOTIMESTAMPS) == 0 && std::strcmp(format_.iformat->name, "avi") != 0;
+    return !file_.isBare() && (format_.iformat->flags & AVFMT_NOTIMESTAMPS) == 0 &&
+           std::strcmp(format_.iformat->name, "avi") != 0;
 }
 
 bool VideoFile::hasHole(std::int64_t begin, std::int64_t end) const {
@@ -210,7 +243,7 @@ bool VideoFile::endsWhole(int second) {
     std::int64_t last = 0;
     bool damaged = false;
     int answer = 0;
-    while ((answer = av_read_frame(&format_, packet.get())) >= 0) {
+    while ((answer = readAny(*packet)) >= 0) {
         const AVStream& stream = *format_.streams[packet->stream_index];
         const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
         if ((isTimed(stream) || download_ == Download::finished) && time != AV_NOPTS_VALUE) {

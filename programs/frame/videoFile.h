@@ -30,7 +30,8 @@ public:
     ///         reading then goes on at the first packet's.
     std::optional<std::int64_t> seek(int second);
 
-    /// The next packet of the video stream. False at the end, or where nothing more can be read.
+    /// The next packet of the video stream. False at the end, or where nothing more can be read. One that tells no time
+    /// gets that at which it is decoded: where the packet before ended.
     bool read(AVPacket& packet);
 
     /// The byte behind all that the last packet took.
@@ -54,6 +55,7 @@ private:
     void readHead();
     bool readFirstTimes();
     void chooseStream();
+    int readAny(AVPacket& packet);
     void setDiscard(AVDiscard others);
     [[nodiscard]] bool isIndexed() const;
     [[nodiscard]] std::int64_t startTime() const;
@@ -63,4 +65,5 @@ private:
     AVFormatContext& format_ = file_.format();
     AVStream* video_ = nullptr;
     std::int64_t packetEnd_ = 0;
+    std::int64_t nextTime_ = AV_NOPTS_VALUE; ///< when the next packet of the video is decoded
 };

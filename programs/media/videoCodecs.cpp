@@ -7,6 +7,7 @@ extern "C" {
 }
 
 #include <cstring>
+#include <initializer_list>
 
 extern "C" {
 
@@ -23,6 +24,7 @@ extern "C" {
 VIDEO_DECODERS(DECLARED)
 extern const AVCodec ff_mjpeg_encoder;
 extern const AVBitStreamFilter ff_vp9_superframe_split_bsf; // the decoder of VP9 asks for it
+extern const AVBitStreamFilter ff_extract_extradata_bsf;    // libavformat does, for the headers of bare streams
 
 const AVCodec* av_codec_iterate(void** opaque) {
     static const AVCodec* const kCodecs[] = {VIDEO_DECODERS(LISTED) & ff_mjpeg_encoder, nullptr};
@@ -43,7 +45,12 @@ const AVCodec* avcodec_find_encoder(AVCodecID id) {
     return id == AV_CODEC_ID_MJPEG ? &ff_mjpeg_encoder : nullptr;
 }
 const AVBitStreamFilter* av_bsf_get_by_name(const char* name) {
-    return std::strcmp(name, ff_vp9_superframe_split_bsf.name) == 0 ? &ff_vp9_superframe_split_bsf : nullptr;
+    for (const AVBitStreamFilter* filter : {&ff_vp9_superframe_split_bsf, &ff_extract_extradata_bsf}) {
+        if (std::strcmp(name, filter->name) == 0) {
+            return filter;
+        }
+    }
+    return nullptr;
 }
 
 // Hardware that some of the decoders could use: none is ever offered to them.

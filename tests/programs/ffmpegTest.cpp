@@ -55,7 +55,7 @@ bool isPlain(const std::string& name) {
 
 /// Where no intra frame follows, it is the picture of the last second for which the stock program makes one.
 TEST_F(Ffmpeg, MakesTheVeryPictureOfTheStockProgram) {
-    shell("rm samples/cover.jpg samples/raw.h264 samples/raw.hevc");
+    fs::remove("samples/cover.jpg");
     for (const auto& entry : fs::directory_iterator("samples")) {
         const fs::path video = sample(entry.path().filename());
         const bool plain = isPlain(entry.path().filename());
@@ -142,6 +142,29 @@ TEST_F(Ffmpeg, ShowsNoDamagedFrame) {
     writeFile(video, bytes);
     EXPECT_TRUE(made(video, 7).empty());
     EXPECT_FALSE(made(video, 10).empty()) << run.errors;
+}
+
+/// Streams of which not each frame has a time, or the first one a late one, beside the same in a file that has all.
+TEST_F(Ffmpeg, FindsTheSecondWithoutTimes) {
+    shell(
+        "film='ffmpeg -v error -f lavfi -i testsrc2=s=320x180:r=25:d=15'; $film -c:v mpeg2video -g 13 -bf 2 m2v.mp4 &&"
+        "$film -c:v libx264 -x264-params keyint=12:bframes=3:open-gop=1:scenecut=0 h264.mp4 && "
+        "$film -c:v libx265 -x265-params keyint=12:scenecut=0:log-level=error h265.mp4");
+    const std::pair<const char*, const char*> films[] = {{"m2v.mp4", "film.m2v"},
+                                                         {"m2v.mp4", "film.mpg"},
+                                                         {"h264.mp4", "-bsf:v h264_mp4toannexb -f vob film.mpg"},
+                                                         {"h264.mp4", "film.h264"},
+                                                         {"h264.mp4", "-output_ts_offset 30 film.mkv"},
+                                                         {"h265.mp4", "film.hevc"}};
+    for (const auto& [source, copy] : films) {
+        shell("ffmpeg -v error -i "s + source + " -c copy -y " + copy + " && mv film.* download/7/film");
+        fs::copy_file(source, task / "source.mp4", fs::copy_options::overwrite_existing);
+        for (int second = 0; second < 14; ++second) {
+            const std::string expected = made(task / "source.mp4", second);
+            ASSERT_FALSE(expected.empty()) << copy << run.errors;
+            EXPECT_TRUE(made(task / "film", second) == expected) << copy << " at " << second << run.errors;
+        }
+    }
 }
 
 /// The second film lasts that long, and no frame in it is intra-coded.
