@@ -1,5 +1,3 @@
-PRAGMA foreign_keys=OFF;
-BEGIN TRANSACTION;
 CREATE TABLE thumbnail (
         thumbnail_id INTEGER PRIMARY KEY,
         task_id INTEGER NOT NULL,
@@ -13,5 +11,4 @@ CREATE TABLE thumbnail (
     ) STRICT;
 INSERT INTO thumbnail VALUES(1,12,3,4,-7,'-7_4.jpeg',CAST(X'FF5C7820F09F9880' AS TEXT),-8);
 INSERT INTO thumbnail VALUES(2,12,-2147483648,4,2147483647,'2147483647_4.jpeg',replace('it''s "so";\n-- and so','\n',char(10)),2147483646);
-COMMIT;
 PRAGMA user_version = 1;

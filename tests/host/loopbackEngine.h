@@ -4,10 +4,8 @@
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
 #include <functional>
 #include <string>
-#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -24,7 +22,7 @@ inline std::string success(const std::string& torrents) {
 class LoopbackEngine {
 public:
     /// Gives the answer to a request, head and body, as it stands. After an empty one the engine waits for the
-    /// peer to leave; after one with "Connection: close" in its head it leaves itself.
+    /// peer to leave.
     using Answer = std::function<std::string(const std::string& request)>;
 
     explicit LoopbackEngine(Answer answer) : answer_(std::move(answer)) {
@@ -44,7 +42,6 @@ public:
     }
 
     std::string url;
-    std::atomic<int> connections{0};
 
 private:
     static bool isWhole(const std::string& request) {
@@ -55,7 +52,6 @@ private:
 
     void serve() {
         for (int peer = -1; (peer = accept(listener_, nullptr, nullptr)) >= 0; close(peer)) {
-            ++connections;
             std::array<char, 4096> portion{};
             std::string request;
             for (ssize_t count = 0; (count = recv(peer, portion.data(), portion.size(), 0)) > 0;) {
@@ -63,9 +59,6 @@ private:
                 if (isWhole(request)) {
                     const std::string text = answer_(std::exchange(request, ""));
                     send(peer, text.data(), text.size(), MSG_NOSIGNAL);
-                    if (std::string_view(text).substr(0, 200).find("Connection: close") != std::string_view::npos) {
-                        break;
-                    }
                 }
             }
         }

@@ -26,7 +26,6 @@ TEST(FileSystem, MakesDirectoriesOfItsOwn) {
     }
     umask(before);
     EXPECT_EQ(VEXOFSMkdirP("", nullptr, 1, -1, -1, 0755), -1);
-    EXPECT_EQ(VEXOFSMkdirP(nullptr, nullptr, 1, -1, -1, 0755), -1);
 }
 
 TEST(MediaIndex, KnowsFilesByTheirExtension) {
@@ -44,25 +43,23 @@ TEST(MediaIndex, KnowsFilesByTheirExtension) {
 
 /// Asks in a process that sees another user database; skips where the machine admits no such view.
 TEST(Group, KnowsAdministratorsByPrimaryGroupAndByMembership) {
-    if (const char* uid = std::getenv("ASK_ABOUT_UID"); uid != nullptr) {
-        std::exit(10 + VLIBGroupIsAdminGroupMemByUid(static_cast<unsigned>(std::atoi(uid)), 1));
+    if (std::getenv("SEES_OTHER_USERS") != nullptr) {
+        for (const auto& [uid, expected] : {std::pair(1001U, 1), {1002U, 1}, {1003U, 0}, {1004U, -1}}) {
+            EXPECT_EQ(VLIBGroupIsAdminGroupMemByUid(uid, 1), expected) << uid;
+        }
+        return;
     }
     const Sandbox sandbox;
     const std::string users = sandbox.write("passwd", "ann:x:1001:101::/:\nbob:x:1002:102::/:\ncy:x:1003:102::/:\n");
-    const std::string none = sandbox.write("none", "");
     const std::string many(5000, 'm'); // an entry that outgrows the first buffer
     const std::string groups = sandbox.write("group", "administrators:x:101:root," + many + ",bob\n");
-    const std::string view = "bwrap --dev-bind / / --ro-bind " + users + " /etc/passwd --ro-bind ";
-    if (std::system((view + groups + " /etc/group true 2>/dev/null").c_str()) != 0) {
+    const std::string view = "bwrap --dev-bind / / --ro-bind " + users + " /etc/passwd --ro-bind " + groups +
+                             " /etc/group --setenv SEES_OTHER_USERS 1 ";
+    if (std::system((view + "true 2>/dev/null").c_str()) != 0) {
         GTEST_SKIP() << "no namespaces on this machine";
     }
-    const std::string self = "'" + std::filesystem::canonical("/proc/self/exe").string() + "' --gtest_filter='Group.*'";
-    const std::tuple<const char*, std::string, int> cases[] = {
-        {"1001", groups, 1}, {"1002", groups, 1}, {"1003", groups, 0}, {"1004", groups, -1}, {"1001", none, 0}};
-    for (const auto& [uid, file, expected] : cases) {
-        const std::string ask = view + file + " /etc/group --setenv ASK_ABOUT_UID " + uid + " " + self;
-        EXPECT_EQ(WEXITSTATUS(std::system((ask + " >/dev/null 2>&1").c_str())) - 10, expected) << uid;
-    }
+    const std::string self = std::filesystem::canonical("/proc/self/exe");
+    EXPECT_EQ(std::system((view + "'" + self + "' --gtest_filter='Group.*'").c_str()), 0);
 }
 
 } // namespace

@@ -42,8 +42,6 @@ TEST_F(ProcessTest, EndsWithWhateverTheChildDoes) {
     // The last three: the result, how many bytes are kept, and whether these are all.
     const std::tuple<const char*, const char*, const char*, Keep, int, std::size_t, bool> cases[] = {
         {"missing", "/no/such", "", Keep::nothing, -ENOENT, 0, true},
-        {"not executable", "/etc/passwd", "", Keep::output, -EACCES, 0, true},
-        {"no name", nullptr, "", Keep::nothing, -EFAULT, 0, true},
         {"exits", kShell, "exit 255", Keep::nothing, 255, 0, true},
         {"killed", kShell, "kill -9 $$", Keep::nothing, -ECANCELED, 0, true},
         {"deaf", kShell, "trap '' TERM; sleep 1000; sleep 1000", Keep::output, -ETIME, 0, true},
@@ -117,9 +115,10 @@ TEST_F(ProcessTest, TellsTheTruthInEveryCaller) {
     }
 }
 
-TEST_F(ProcessTest, NeedsNoDescriptorUnlessItCaptures) {
+/// With a limit of 1 process the launcher cannot start, with 2 the program cannot.
+TEST_F(ProcessTest, TellsWhyItCannotStart) {
     EXPECT_TRUE(inProcess([] {
-        const rlimit few = {3, 4096};
+        const rlimit few = {3, 4096}; // descriptors: needed only where output is kept
         setrlimit(RLIMIT_NOFILE, &few);
         errno = EDOM;
         print(-EMFILE, "/bin/true", nullptr, nullptr);
@@ -127,32 +126,13 @@ TEST_F(ProcessTest, NeedsNoDescriptorUnlessItCaptures) {
         EXPECT_EQ(VLIBCExecv("/no/such", nullptr, 1), -ENOENT);
         EXPECT_EQ(errno, ENOENT);
         EXPECT_EQ(shell("exit $(($(ulimit -n) == 1024))"), 1);
-        return !HasFailure();
-    }));
-}
-
-/// With a limit of 1 process the launcher cannot start, with 2 the program cannot.
-TEST_F(ProcessTest, TellsWhyItCannotStart) {
-    EXPECT_TRUE(inProcess([] {
         int result = setuid(54321) == 0 ? -EAGAIN : 7; // only root becomes a user who has no other process
         for (rlimit processes = {1, 20}; result == -EAGAIN && processes.rlim_cur < 20; ++processes.rlim_cur) {
             setrlimit(RLIMIT_NPROC, &processes);
             result = shell("exit 7");
         }
-        return result == 7;
+        return result == 7 && !HasFailure();
     }));
-}
-
-TEST_F(ProcessTest, LeavesOtherThreadsTheirChildren) {
-    std::vector<std::future<void>> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.push_back(std::async(std::launch::async, [t] {
-            for (int i = 0; i < 50; ++i) {
-                EXPECT_EQ(shell("exit " + std::to_string(t)), t);
-                EXPECT_EQ(system(("exit " + std::to_string(t)).c_str()), t << 8);
-            }
-        }));
-    }
 }
 
 TEST_F(ProcessTest, TakesItsChildrenAlongWhenKilled) {
@@ -188,9 +168,6 @@ TEST_F(ProcessTest, HandsArgumentsOnUnchanged) {
         EXPECT_EQ(runner.run(capture, true), 0);
         EXPECT_EQ(runner.getCapturedOutput(), capture ? "[a b][][*][$HOME][line\nbreak][\xff]" : "");
     }
-    const std::string folder = sandbox / "-rf it's \"so\" [a-z]* $(touch x)\nbreak";
-    EXPECT_EQ(VLIBCExecl("/bin/mkdir", 0x3B, folder.c_str(), nullptr), 0);
-    EXPECT_TRUE(fs::exists(folder));
     print(-EMSGSIZE, "/bin/sh", "-c", "head -c 2M /dev/zero");
 }
 

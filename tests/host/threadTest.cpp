@@ -13,7 +13,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <array>
 #include <future>
 
 static const Sandbox sandbox;
@@ -43,6 +42,7 @@ extern "C" __attribute__((visibility("default"))) ssize_t readlink(const char* p
 }
 
 extern "C" __attribute__((visibility("default"))) int lstat(const char* path, struct stat* status) {
+    *status = {};
     status->st_mode = S_IFLNK;
     return path == kDownloadLink ? 0 : fstatat(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
 }
@@ -56,20 +56,19 @@ void callEverything(int thread) {
     ThumbnailGenerator generator(7, true);
     EXPECT_EQ(generator.getTotalThumbnailNumber(), kFiveFramesAndAPhoto);
     EXPECT_EQ(generator.generate(), 0);
-    std::array<char, 4096> directory = {};
-    EXPECT_EQ(GetTmpDownloadDir(directory.data(), directory.size()), 0);
-    EXPECT_EQ(directory.data(), sandbox.root);
     EXPECT_EQ(TmpVolumeSpaceCheck(), 0);
     EXPECT_EQ(VEXODLQuotaCheck(0, "/", 1), 0);
-    EXPECT_EQ(RemoveTaskTemp(temporary.c_str(), 1), 0);
+    for (int child = 0; child < 50; ++child) { // one of the library is not taken for one of the caller
+        EXPECT_EQ(RemoveTaskTemp(temporary.c_str(), 0), 0);
+        EXPECT_EQ(system("exit 7"), 7 << 8);
+    }
     EXPECT_FALSE(std::filesystem::exists(temporary));
 }
 
 TEST(Threads, CallTheLibrarySideBySide) {
-    // A film, a photo, and a photo whose name leads to another task's.
     const std::string task = R"([{"hashString":"aa","downloadDir":")" + sandbox / "7" + R"(","files":[
-        {"name":"a.mkv","length":52428800,"bytesCompleted":0},{"name":"b.jpg","length":9,"bytesCompleted":9},
-        {"name":"../8/b.jpg","length":9,"bytesCompleted":9}],"fileStats":[{"wanted":1},{"wanted":1},{"wanted":1}]}])";
+        {"name":"a.mkv","length":52428800,"bytesCompleted":0},{"name":"b.jpg","length":9,"bytesCompleted":9}],
+        "fileStats":[{"wanted":1},{"wanted":1}]}])";
     const LoopbackEngine engine([&](const std::string&) { return success(task); });
     setenv("VEXODL_RPC_URL", engine.url.c_str(), 1);
     setenv("VEXODL_DATABASE", (sandbox / "thumbnail.db").c_str(), 1);

@@ -89,21 +89,6 @@ TEST_F(ThumbnailDatabase, TakesOverAFileOfVersion1) {
     EXPECT_EQ(old.execAndGet("PRAGMA user_version").getInt(), host::kSchemaVersion);
 }
 
-TEST_F(ThumbnailDatabase, RefusesMalformedRows) {
-    const std::pair<const char*, Json::Value> wrong[] = {
-        {"task_id", "12"},        {"file_index", 3.0},   {"thumbnail_index", 2147483648U},
-        {"thumbnail_second", {}}, {"create_time", true}, {"thumbnail_filename", 3},
-        {"file_path", {}}};
-    for (const auto& [key, value] : wrong) {
-        Json::Value row = makeRow(3);
-        row[key] = value;
-        EXPECT_LT(create(row), 0) << key;
-    }
-    EXPECT_LT(create(Json::arrayValue), 0);
-    EXPECT_LT(DownloadThumbnailDBCreate(nullptr), 0);
-    EXPECT_LT(DownloadThumbnailDBGetByTaskId(12, nullptr), 0);
-}
-
 TEST_F(ThumbnailDatabase, TakesTheSameRowsFromProcessesAndThreadsAtOnce) {
     const auto writeTwice = [] {
         auto other = std::async(std::launch::async, store, 150, "Film/a.mkv");

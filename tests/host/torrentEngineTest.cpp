@@ -7,12 +7,6 @@
 
 namespace {
 
-// An empty list of torrents with 5000 spaces behind it.
-const std::string kPacked("\037\213\010\000\000\000\000\000\002\003\355\306\273\011\2000\030\205\321U\344\326N\220U\304"
-                          "BBH\343\003\376G\025\262\273\2053\330}\247:C\326<\317P\221g\255\315]\253\016\353y\265;\134e("
-                          "\036\263\357\333>\347\002\000\000\000\000\000\000\340w/}\347od\270\023\000\000",
-                          85);
-
 struct TorrentEngine : testing::Test {
     TorrentEngine() {
         setenv("http_proxy", "http://127.0.0.1:1", 1); // nobody listens there
@@ -42,9 +36,7 @@ struct TorrentEngine : testing::Test {
             return answers.at(requests.size() - 1);
         });
         settings.url = engine.url;
-        const std::string answer = ask();
-        EXPECT_EQ(engine.connections, 1);
-        return answer;
+        return ask();
     }
 
     void expectAnswer(const std::vector<std::string>& script, const std::string& beginning) {
@@ -89,14 +81,12 @@ TEST_F(TorrentEngine, AsksForTheTorrentOfTheTasksDirectoryAlone) {
 }
 
 TEST_F(TorrentEngine, PassesOnTheAnswerOrSaysWhyThereIsNone) {
-    const std::string packed = http(200, kPacked, "Content-Encoding: gzip\r\n");
     const std::string newSession = http(409, "", "X-Transmission-Session-Id: S\r\n");
     const std::string two = success("[" + torrent("D/7") + "," + torrent("D/7") + "]");
     // The answer's beginning, and the scripts that bring it about: an answer for each request.
     const std::pair<std::string, std::vector<std::vector<std::string>>> cases[] = {
-        {"[]", {{success("[]")}, {success("[" + torrent("D/8") + "]")}, {found, success("[]")}, {packed}}},
+        {"[]", {{success("[]")}, {success("[" + torrent("D/8") + "]")}, {found, success("[]")}}},
         {R"([{"files":[],"hashString":"aa"}])", {{found, success(R"([{"hashString":"aa","files":[]}])")}}},
-        {"transfer closed with 6 bytes", {{http(200, "{}    ", "Connection: close\r\n").substr(0, 57)}}},
         {"HTTP status 302 (", {{http(302, "", "Location: /\r\n")}}},
         {"HTTP status 401 (", {{http(401, "no")}}},
         {"HTTP status 409 (", {{newSession, newSession}, {http(409, "no id")}}},
@@ -116,16 +106,12 @@ TEST_F(TorrentEngine, PassesOnTheAnswerOrSaysWhyThereIsNone) {
             expectAnswer(script, answer);
         }
     }
-    settings.limits.replyBytes = 4000;
-    expectAnswer({packed}, "the answer is too long");
     settings.limits.total = std::chrono::milliseconds(200);
     expectAnswer({""}, "Operation timed out");
     expectAnswer({found, found.substr(0, 20)}, "Operation timed out");
     EXPECT_EQ(ask().rfind("Failed to connect to 127.0.0.1 port", 0), 0U);
     settings.url = "file:///etc/passwd";
     EXPECT_EQ(ask().rfind("Protocol \"file\"", 0), 0U);
-    fields = "files";
-    EXPECT_EQ(ask(), "the fields are not a list");
 }
 
 TEST_F(TorrentEngine, NamesFilesAsTheyLieOnTheDisk) {

@@ -42,50 +42,35 @@ TEST(Duration, EndsAtItsLimits) {
     shell("ffmpeg -v error -i samples/short.mp4 -c copy -live 1 l.mkv && head -c 20000 l.mkv >hole.mkv && "
           "truncate -s 100G hole.mkv");
     std::string index = readFile("index.mov");
-    const auto claim = [&](const char* box, std::size_t offset, char highest) {
+    const std::tuple<const char*, std::size_t, char> claims[] = {
+        {"stsz", 12, 4}, {"stts", 12, 4}, {"stsc", 16, 4}, {"mvhd", 20, 0}, {"mdhd", 20, 0}};
+    for (const auto& [box, offset, highest] : claims) {
         index.replace(index.find(box) + offset, 4, {highest, '\0', '\0', '\0'});
-    };
-    for (const auto& [box, offset] : {std::pair("stsz", 12), {"stts", 12}, {"stsc", 16}}) {
-        claim(box, offset, 4);
     }
-    writeFile("known.mov", index);
-    claim("mvhd", 20, 0);
-    claim("mdhd", 20, 0);
-    writeFile("unknown.mov", index);
-    const std::tuple<const char*, int, const char*> files[] = {
-        {"known.mov", 0, ""},
-        {"unknown.mov", 6, "vexodlgetduration: unknown.mov: the memory limit was reached\n"},
-        {"hole.mkv", 6, "vexodlgetduration: hole.mkv: the limit of processor time was reached\n"}};
-    for (const auto& [file, status, errors] : files) {
+    writeFile("index.mov", index);
+    for (const auto& [file, limit] :
+         {std::pair("index.mov", "memory limit"), {"hole.mkv", "limit of processor time"}}) {
         const ProgramRun run = duration({"--path", file});
-        EXPECT_EQ(run.status, status) << file;
-        EXPECT_EQ(run.errors, errors);
+        EXPECT_EQ(run.status, 6) << file;
+        EXPECT_EQ(run.errors, "vexodlgetduration: "s + file + ": the " + limit + " was reached\n");
         EXPECT_LT(run.peakBytes, 256L << 20) << file;
     }
 }
 
-TEST(Duration, OpensNothingButTheOneRegularFile) {
-    shell(
-        "cd download && mkdir -p 7/sub 8 && cp ../samples/short.mp4 8/secret.mp4 && cp 8/secret.mp4 7/own.mp4 && "
-        "cd 7 && mkfifo fifo && ln -s ../8/secret.mp4 out && ln -s own.mp4 in && ln -s ../../8 sub/dir && : >empty.mkv "
-        "&& printf 'ffconcat version 1.0\\nfile own.mp4\\n' >concat.mp4 && "
-        "printf '#EXTM3U\\n#EXT-X-TARGETDURATION:60\\n#EXTINF:60,\\n/srv/samples/short.mp4\\n' >hls.mp4");
-    const std::pair<const char*, int> files[] = {
-        {"own.mp4", 0}, {"in", 0},      {"out", 3},     {"sub/dir/secret.mp4", 3}, {"../8/secret.mp4", 3}, {"fifo", 3},
-        {"sub", 3},     {"missing", 3}, {"hls.mp4", 1}, {"concat.mp4", 1},         {"empty.mkv", 1}};
-    for (const auto& [file, status] : files) {
+/// A name of either root is a task's.
+TEST(Duration, OpensNothingButARegularFileOfTheTask) {
+    shell("cd download && mkdir -p 7/sub 8 && cp ../samples/short.mp4 8/secret.mp4 && cp 8/secret.mp4 7/own.mp4 && "
+          "cd 7 && mkfifo fifo && ln -s ../8/secret.mp4 out && ln -s own.mp4 in && ln -s ../../8 sub/dir");
+    for (const auto& [file, status] : {std::pair("in", 0), {"out", 3}, {"sub/dir/secret.mp4", 3}, {"fifo", 3}}) {
         for (const std::string root : {"/srv/download/7/", "/var/services/download/7/"}) {
             const ProgramRun run = duration({"--path", root + file});
             EXPECT_EQ(run.status, status) << root << file << run.errors;
             EXPECT_EQ(run.output, status == 0 ? expected(15) : "") << root << file;
-            EXPECT_EQ(run.errors.empty(), status == 0) << root << file;
         }
     }
 }
 
 TEST(Duration, WantsItsCommandLine) {
-    EXPECT_EQ(duration({"--path", "/etc/passwd"}).errors,
-              "vexodlgetduration: /etc/passwd: cannot read the container: Invalid data found when processing input\n");
     for (const char* line : {"", "--path", "base.mp4", "--path base.mp4 --debug", "--path base.mp4 --debug_mode x"}) {
         const ProgramRun run = duration(words(line));
         EXPECT_EQ(run.status, 2) << line;

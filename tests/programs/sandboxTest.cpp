@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
-#include <sys/shm.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 
@@ -18,8 +17,6 @@ long space[16] = {}; // for what a system call reads and writes
 /// What no worker may do; true when it could be done.
 const std::pair<const char*, bool (*)()> kAttempts[] = {
     {"a socket", [] { return socket(AF_INET, SOCK_STREAM, 0) >= 0; }},
-    {"a pair of sockets", [] { return syscall(SYS_socketpair, AF_UNIX, SOCK_DGRAM, 0, space) == 0; }},
-    {"a ring", [] { return syscall(SYS_io_uring_setup, 1, space) >= 0; }},
     {"fork", [] { return fork() > 0; }},
     {"clone3", [] { return syscall(SYS_clone3, space, 64) > 0; }},
     {"a session of its own", [] { return setsid() >= 0; }},
@@ -27,7 +24,6 @@ const std::pair<const char*, bool (*)()> kAttempts[] = {
     {"another's limits", [] { return syscall(SYS_prlimit64, stranger, RLIMIT_NOFILE, nullptr, space) == 0; }},
     {"a descriptor's signals to another", [] { return fcntl(STDERR_FILENO, F_SETOWN, stranger) == 0; }},
     {"no end with its parent", [] { return prctl(PR_SET_PDEATHSIG, 0) == 0; }},
-    {"shared memory", [] { return shmget(IPC_PRIVATE, 1, 0600) >= 0; }},
     {"namespaces", [] { return unshare(CLONE_NEWUSER) == 0; }},
     {"the system's files", [] { return open("/etc/passwd", O_RDONLY) >= 0; }},
     {"the tasks", [] { return open("/srv/download", O_RDONLY) >= 0; }},

@@ -155,8 +155,7 @@ __attribute__((visibility("default"))) void syslog(int priority, const char* for
     std::vsnprintf(line, sizeof line, format, arguments);
     va_end(arguments);
     int text = 0;
-    std::sscanf(line, "thumbnailGenerator:%*d %n", &text);
-    std::sscanf(line, "file:%*d %n", &text);
+    std::sscanf(line, "%*[^:]:%*d %n", &text);
     fake.messages.push_back(line + (priority == LOG_ERR ? text : 0)); // whole, when it has another priority
 }
 

@@ -13,7 +13,6 @@
 namespace {
 
 using Indices = std::vector<int>;
-using Plan = std::vector<Thumbnail>;
 
 constexpr auto kVideo = VEXODL_MEDIA_TYPE_VIDEO;
 constexpr auto kPhoto = VEXODL_MEDIA_TYPE_PHOTO;
@@ -43,20 +42,14 @@ Json::Value rowOf(Thumbnail thumbnail) {
     return row;
 }
 
-Indices collect(int Thumbnail::*field, const Plan& plan) {
+/// What the rows hold under a name after a run that succeeds.
+Indices recorded(const char* name) {
+    EXPECT_EQ(ThumbnailGenerator(12, true).generate(), 0);
     Indices all;
-    for (const Thumbnail& each : plan) {
-        all.push_back(each.*field);
+    for (const Json::Value& row : fake.stored["data"]) {
+        all.push_back(row[name].asInt());
     }
     return all;
-}
-
-Plan planOf(const Texts& files) {
-    ThumbnailGenerator generator(12, true);
-    generator.taskFiles = item(files);
-    Plan plan;
-    EXPECT_EQ(generator.getThumbnailList(plan), 0);
-    return plan;
 }
 
 using Step = std::function<int(ThumbnailGenerator&)>;
@@ -103,67 +96,44 @@ Indices ranked(const Json::Value& torrent, Indices candidates, VEXODL_MEDIA_TYPE
     ThumbnailGenerator generator(12, true);
     generator.taskFiles = torrent;
     EXPECT_EQ(generator.getNeedThumbnail(candidates, type), 0);
-    EXPECT_EQ(generator.taskFiles, torrent);
     return candidates;
 }
 
 } // namespace
 
 TEST(ThumbnailTest, GoesToARowAndComesBack) {
-    Thumbnail thumbnail(12, 3, 2, "Movies/a.mkv", kPhoto);
-    thumbnail.setThumbnail("3_2.jpeg", 7, 1700000000);
-    Json::Value row = json(R"({"kept":1,"task_id":"old"})");
-    thumbnail.toJson(row);
-    EXPECT_EQ(row, json(R"({"kept":1,"thumbnail_id":-1,"task_id":12,"file_index":3,"thumbnail_index":2,
-        "thumbnail_second":7,"thumbnail_filename":"3_2.jpeg","file_path":"Movies/a.mkv","create_time":1700000000})"));
-    row["thumbnail_id"] = 5;
-    EXPECT_EQ(rowOf(Thumbnail(row)), json(R"({"thumbnail_id":5,"task_id":12,"file_index":3,"thumbnail_index":2,
-        "thumbnail_second":7,"thumbnail_filename":"3_2.jpeg","file_path":"","create_time":1700000000})"));
-}
-
-TEST(ThumbnailTest, ReadsARowOfAnyShape) {
-    for (const char* text : {"5", "null", "[1]", R"({"thumbnail_id":1.5,"task_id":"12","file_index":true,
-             "thumbnail_second":4294967296,"thumbnail_filename":5,"create_time":{},"file_path":"x"})"}) {
-        Json::Value row = json(text);
+    Json::Value row = json(R"({"kept":1,"thumbnail_id":5,"task_id":12,"file_index":3,"thumbnail_index":2,
+        "thumbnail_second":7,"thumbnail_filename":"3_2.jpeg","file_path":"","create_time":1700000000})");
+    Json::Value copy = json(R"({"kept":1,"task_id":"old"})");
+    Thumbnail(row).toJson(copy);
+    EXPECT_EQ(copy, row);
+    for (const char* text : {"5", R"({"thumbnail_id":1.5,"task_id":"12","file_index":true,"create_time":{},
+             "thumbnail_second":4294967296,"thumbnail_filename":5,"file_path":"x"})"}) {
+        row = json(text);
         EXPECT_EQ(rowOf(Thumbnail(row)), rowOf({-1, -1, -1, "", kVideo})) << text;
-        EXPECT_EQ(row, json(text));
     }
 }
 
-TEST_F(GeneratorTest, FetchesTheFirstTorrent) {
-    const Step fetch = [](ThumbnailGenerator& generator) { return generator.getTaskFileList(99); };
-    for (const char* text : {"null", "[]", "7", R"({"arguments":5})", R"({"arguments":{"torrents":{"0":{}}}})",
-                             R"({"arguments":{"torrents":"x"}})", R"({"arguments":{"torrents":[]}})"}) {
-        fails(text, fetch, {"Failed to get first torrent item"}, [&] { fake.reply = json(text); });
-    }
+TEST_F(GeneratorTest, CountsThePlanOfTheTorrentThatTheEngineReports) {
+    fake.stored["data"].append(rowOf({12, 0, 0, "a.mkv", kVideo})); // counts, too
     ThumbnailGenerator generator(12, true);
-    fake.reply = json(R"({"arguments":{"torrents":["the first",5]}})");
-    EXPECT_EQ(fetch(generator), 0);
-    EXPECT_EQ(fake.calls.back(), "torrent|99|id|name|files|fileStats");
+    EXPECT_EQ(generator.getTotalThumbnailNumber(), 6);
+    EXPECT_EQ(fake.calls.front(), "torrent|12|id|name|files|fileStats");
     fake.reply = Json::nullValue;
-    EXPECT_EQ(fetch(generator), -1);
-    EXPECT_EQ(generator.taskFiles, "the first"); // what it had stays
+    EXPECT_EQ(generator.getTotalThumbnailNumber(), -1);
+    EXPECT_EQ(generator.taskFiles, item({kFilm, kPicture})); // what it had stays
 }
 
 TEST_F(GeneratorTest, ListsVideosAndPhotosByExtension) {
-    Indices list = {7}; // keeps what it holds
-    for (const char* text : {"null", "[]", "5", "{}", R"({"files":{"0":1}})", R"({"files":[]})"}) {
-        const auto listBoth = [&](ThumbnailGenerator& generator) {
-            generator.taskFiles = json(text);
-            EXPECT_EQ(generator.getVideoFile(list), -1);
-            return generator.getPhotoFile(list);
-        };
-        fails(text, listBoth, {"Wrong jsontorrent format", "Wrong jsontorrent format"});
-    }
     ThumbnailGenerator generator(12, true);
     generator.taskFiles = json(R"({"files":[{"name":"movie.MKV"},{},5,{"name":7},{"name":"none"},{"name":".mp4"},
-        {"name":"x.tar.gz"},{"name":"end."},{"name":"Season.1/episode"},{"name":"sub.mkv"},{"name":"a.jpg"}]})");
+        {"name":"end."},{"name":"Season.1/episode"},{"name":"sub.mkv"},{"name":"a.jpg"}]})");
+    Indices list = {7}; // keeps what it holds
     EXPECT_EQ(generator.getVideoFile(list), 0);
-    EXPECT_EQ(list, (Indices{7, 0, 5}));
-    EXPECT_EQ(fake.calls, (Texts{"video|MKV", "subtitle|movie.MKV", "video|mp4", "subtitle|.mp4", "video|gz", "video|",
+    EXPECT_EQ(fake.calls, (Texts{"video|MKV", "subtitle|movie.MKV", "video|mp4", "subtitle|.mp4", "video|",
                                  "video|1/episode", "video|mkv", "subtitle|sub.mkv", "video|jpg"}));
     EXPECT_EQ(generator.getPhotoFile(list), 0);
-    EXPECT_EQ(list, (Indices{7, 0, 5, 10}));
+    EXPECT_EQ(list, (Indices{7, 0, 5, 9}));
 }
 
 TEST_F(GeneratorTest, ChoosesTheFiveLargestWanted) {
@@ -172,7 +142,6 @@ TEST_F(GeneratorTest, ChoosesTheFiveLargestWanted) {
         files.push_back(std::string(R"({"length":)") + size + "}");
     }
     EXPECT_EQ(ranked(item(files), {0, 1, 2, 3, 4, 5, 6}, kVideo), (Indices{2, 4, 1, 6, 5}));
-    EXPECT_EQ(ranked(item(files), {3, 5, 1, 0}, kVideo), (Indices{1, 5, 0}));
     EXPECT_EQ(ranked(item(files), {3, 0, 99, -1}, kPhoto), (Indices{0, 3}));
     // Values of every shape: what does not convert is no length, or not wanted.
     const Json::Value shapes = json(R"({"files":[{"length":"9"},{"length":1e300},{"length":18446744073709551615},
@@ -184,77 +153,39 @@ TEST_F(GeneratorTest, ChoosesTheFiveLargestWanted) {
 }
 
 TEST_F(GeneratorTest, SpreadsFiveFramesOverAVideo) {
-    const auto secondsOf = [](const std::string& duration) {
-        fake.helperOutput = R"({"duration":)" + duration + "}";
-        Plan frames = planOf({kFilm});
-        EXPECT_EQ(ThumbnailGenerator(12, true).generateThumbnailByList(frames), 0);
-        return collect(&Thumbnail::thumbnail_second, frames);
+    report({kFilm});
+    const std::pair<const char*, Indices> films[] = {
+        {"3604", {1, 721, 1441, 2161, 2881}},
+        {"1", {1, 1, 1, 1, 1}},
+        {"2147483647", {1, 429496730, 858993459, 1288490188, 1717986917}},
     };
-    EXPECT_EQ(collect(&Thumbnail::thumbnail_index, planOf({kFilm})), (Indices{0, 1, 2, 3, 4}));
-    EXPECT_EQ(secondsOf("3604"), (Indices{1, 721, 1441, 2161, 2881}));
-    EXPECT_EQ(secondsOf("1"), (Indices{1, 1, 1, 1, 1}));
-    EXPECT_EQ(secondsOf("2147483647"), (Indices{1, 429496730, 858993459, 1288490188, 1717986917}));
+    for (const auto& [duration, seconds] : films) {
+        fake.stored = {};
+        fake.helperOutput = std::string(R"({"duration":)") + duration + "}";
+        EXPECT_EQ(recorded("thumbnail_second"), seconds);
+    }
 }
 
 TEST_F(GeneratorTest, ReadsAnUnfinishedVideoUnderItsNameOnDisk) {
-    const auto pathOf = [](const std::string& state) {
-        const Plan plan = planOf({kHalfPicture, R"({"name":"d/a.mkv","length":52428800,)" + state + "}"});
+    const std::pair<const char*, const char*> states[] = {
+        {"100", "a.mkv.part"}, {"52428801", "a.mkv.part"}, {"52428800", "a.mkv"}, {"100.5", "a.mkv"}}; // not known
+    for (const auto& [there, path] : states) {
+        ThumbnailGenerator generator(12, true);
+        generator.taskFiles =
+            item({kHalfPicture, R"({"name":"a.mkv","length":52428800,"bytesCompleted":)" + std::string(there) + "}"});
+        std::vector<Thumbnail> plan;
+        EXPECT_EQ(generator.getThumbnailList(plan), 0);
+        EXPECT_EQ(plan.front().file_path, path);
         EXPECT_EQ(plan.back().file_path, "c.png"); // behind the videos, its name as it is
-        return plan.front().file_path;
-    };
-    EXPECT_EQ(pathOf(R"("bytesCompleted":100)"), "d/a.mkv.part");
-    EXPECT_EQ(pathOf(R"("bytesCompleted":52428801)"), "d/a.mkv.part");
-    EXPECT_EQ(pathOf(R"("bytesCompleted":52428800)"), "d/a.mkv");
-    EXPECT_EQ(pathOf(R"("bytesCompleted":100.5)"), "d/a.mkv"); // not known
+    }
 }
 
-TEST_F(GeneratorTest, CountsThePlan) {
-    const auto count = [](const Texts& files) {
-        report(files);
-        fake.stored["data"].append(rowOf({12, 0, 0, "a.mkv", kVideo})); // recorded ones count too
-        return ThumbnailGenerator(12, true).getTotalThumbnailNumber();
-    };
-    const int frames = static_cast<int>(planOf({kFilm}).size());
-    EXPECT_EQ(count({kFilm, kPicture, kFilm, kPicture, kPicture}), 2 * frames + 3);
-    EXPECT_EQ(count({R"({"name":"small.mkv","length":52428799})", kPicture}), 1);
-    EXPECT_EQ(count({R"({"name":"readme.txt","length":52428800})"}), 0);
-    EXPECT_EQ(count({}), -1);
-}
-
-TEST_F(GeneratorTest, FiltersWhatIsRecorded) {
-    const auto indicesLeft = [](int expected, const char* stored) {
-        fake.stored = json(stored);
-        Plan plan = {{12, 0, 1, "", kVideo}, {12, 0, 2, "", kVideo}, {12, 0, 3, "", kVideo}, {12, 0, 4, "", kVideo}};
-        EXPECT_EQ(ThumbnailGenerator(12, true).filterExistThumbnail(plan), expected);
-        return collect(&Thumbnail::thumbnail_index, plan);
-    };
-    const char* const rows = R"({"data":[5,{"task_id":12,"file_index":0,"thumbnail_index":3},
+TEST_F(GeneratorTest, MakesWhatIsNotRecorded) {
+    report({kFilm});
+    fake.stored = json(R"({"data":[{"task_id":12,"file_index":0,"thumbnail_index":3},
         {"task_id":12,"file_index":0,"thumbnail_index":2},{"task_id":12,"file_index":9,"thumbnail_index":1},
-        {"task_id":13,"file_index":0,"thumbnail_index":1}]})";
-    for (const char* nothing : {"null", "[1]", R"({"data":{"a":{"task_id":12,"file_index":0,"thumbnail_index":1}}})"}) {
-        EXPECT_EQ(indicesLeft(0, nothing), (Indices{1, 2, 3, 4}));
-    }
-    fake.results["rows"] = 1; // as good as 0
-    EXPECT_EQ(indicesLeft(0, rows), (Indices{1, 4}));
-    fake.results["rows"] = -1;
-    EXPECT_EQ(indicesLeft(-1, rows), (Indices{1, 2, 3, 4}));
-}
-
-TEST_F(GeneratorTest, RefusesWhatItCannotUse) {
-    std::string noPath;
-    Json::Value output;
-    Indices none;
-    const std::pair<std::string, Step> refusals[] = {
-        {"Failed to set second 0", [](auto& it) { return it.generateThumbnailByFFMPEG("in", "/dev/null", 0); }},
-        {"Bad parameter", [&](auto& it) { return it.getMediaInfo(noPath, output); }},
-        {"Bad parameter", [&](auto& it) { return it.getNeedThumbnail(none, kPhoto); }},
-        {"Failed to lstat() /none. [No such file or directory]", [](auto& it) { return it.isValidThumbnail("/none"); }},
-    };
-    for (const auto& [message, step] : refusals) {
-        fails(message, step, {message});
-    }
-    std::filesystem::create_symlink("/dev/null", sandbox / "link");
-    EXPECT_EQ(ThumbnailGenerator(12, true).isValidThumbnail(sandbox / "link"), 0); // judged itself
+        {"task_id":13,"file_index":0,"thumbnail_index":1}]})");
+    EXPECT_EQ(recorded("thumbnail_index"), (Indices{3, 2, 1, 1, 0, 1, 4}));
 }
 
 TEST_F(GeneratorTest, SaysWhyAThumbnailFails) {
@@ -281,6 +212,8 @@ TEST_F(GeneratorTest, SaysWhyAThumbnailFails) {
     fails("an unfinished photo", making({12, 2, 0, "c.png", kPhoto}), {});
     fails("no such photo", making({12, -1, 0, "b.jpg", kPhoto}), {});
     fails("no kind", making({12, 0, 0, "a.mkv", VEXODL_MEDIA_TYPE(2)}), {"Not supported type 2"});
+    const Step secondZero = [](auto& it) { return it.generateThumbnailByFFMPEG("in", "/dev/null", 0); };
+    fails("second 0", secondZero, {"Failed to set second 0"});
 }
 
 TEST_F(GeneratorTest, MakesAndRecordsAFrameAndAPhoto) {
@@ -297,7 +230,8 @@ TEST_F(GeneratorTest, MakesAndRecordsAFrameAndAPhoto) {
                               "/1_0.jpeg";
     for (const std::string mode : {"", "|--debug_mode"}) {
         reset();
-        Plan plan = {{12, 0, 2, "a.mkv", kVideo}, {13, 1, 0, "b.jpg", kPhoto}}; // 13: the row's task, not the folder's
+        std::vector<Thumbnail> plan = {{12, 0, 2, "a.mkv", kVideo},
+                                       {13, 1, 0, "b.jpg", kPhoto}}; // 13: the row's task, not the folder's
         ThumbnailGenerator generator(12, !mode.empty());
         generator.taskFiles = item({kFilm, kPicture});
         EXPECT_EQ(generator.generateThumbnailByList(plan), 0);
@@ -313,6 +247,7 @@ TEST_F(GeneratorTest, MakesAndRecordsAFrameAndAPhoto) {
 
 TEST_F(GeneratorTest, TellsWhichStageFailed) {
     const Texts ask = {"Failed to get torrent file list", "Failed to get file list of task"};
+    const Texts first = {"Failed to get first torrent item", ask.back()};
     const Texts plan = {"Wrong jsontorrent format", "Failed to get list of video files", "Failed to getThumbnailList"};
     const Texts filter = {"Failed to get all thumbnail info", "Failed to get existing thumbnail list",
                           "Failed to remove existed thumbnail"};
@@ -320,7 +255,13 @@ TEST_F(GeneratorTest, TellsWhichStageFailed) {
                         "Failed to add thumbnail to db, taskId:12, fileIndex:1, thumbnailIndex:0",
                         "Failed to generate all thumbnail 2(0)", "Failed to generate thumbnail"};
     fails("no engine", &ThumbnailGenerator::generate, ask, [] { fake.results["torrent"] = 1; });
-    fails("no files", &ThumbnailGenerator::generate, plan, [] { report({}); });
+    for (const char* text : {"null", "[]", "7", R"({"arguments":5})", R"({"arguments":{"torrents":{"0":{}}}})",
+                             R"({"arguments":{"torrents":"x"}})", R"({"arguments":{"torrents":[]}})"}) {
+        fails(text, &ThumbnailGenerator::generate, first, [&] { fake.reply = json(text); });
+    }
+    for (const char* text : {"null", "[]", "5", "{}", R"({"files":{"0":1}})", R"({"files":[]})"}) {
+        fails(text, &ThumbnailGenerator::generate, plan, [&] { fake.reply["arguments"]["torrents"][0] = json(text); });
+    }
     fails("no database", &ThumbnailGenerator::generate, filter, [] { fake.results["rows"] = -1; });
     fails("an unfinished photo, a refused row", &ThumbnailGenerator::generate, make, [] {
         report({"{}", kPicture, kHalfPicture});
@@ -350,10 +291,6 @@ TEST_F(GeneratorTest, SurvivesTheFailureOfEveryCall) {
         EXPECT_EQ(static_cast<int>(fake.stored["data"].size()), planned);
     }
     EXPECT_EQ(calls, 2 + 5 * (planned - 1) + 4); // the engine, the rows, five for a frame, four for the photo
-    fake.calls.clear();
-    EXPECT_EQ(ThumbnailGenerator(12, true).generate(), 0); // nothing is missing: nothing is started or stored
-    EXPECT_EQ(fake.calls, (Texts{"torrent|12|id|name|files|fileStats", "video|mkv", "subtitle|a.mkv", "video|jpg",
-                                 "photo|mkv", "photo|jpg", "rows|12"}));
 }
 
 // A thread of a service may have a small stack, and may be cancelled while it is inside.
