@@ -31,7 +31,9 @@ int teeth(const AVFrame& frame, std::ptrdiff_t across, int least) {
         int row = 0;
         for (int x = 0; x + 3 < frame.width; ++x) {
             row = isTooth(sample + x, across, least) ? row + 1 : 0;
-            count += row == 0 || row > longest ? 0 : row < longest ? 1 : 1 - longest;
+            if (row > 0 && row <= longest) {
+                count += row < longest ? 1 : 1 - longest; // a row that gets too long counts for nothing
+            }
         }
     }
     return count;

@@ -12,7 +12,7 @@ extern "C" {
 #include <array>
 #include <cmath>
 #include <cstring>
-#include <vector>
+#include <memory>
 
 namespace {
 

@@ -32,13 +32,15 @@ bool isText(const AVStream& stream) {
     return type == AVMEDIA_TYPE_SUBTITLE || type == AVMEDIA_TYPE_DATA;
 }
 
-/// Profile 5 and the later profiles without a compatible base layer: their colours are none that a matrix could tell.
+/// Profile 5, and those from 8 on that tell of no compatible base layer: their colours are none of any matrix. Older
+/// profiles have such a layer and need not tell.
 bool isDolbyVisionAlone(const AVStream& stream) {
-    constexpr int kProfileAlone = 5;
+    constexpr int kAlone = 5;
+    constexpr int kFirstToTell = 8;
     const std::uint8_t* data = av_stream_get_side_data(&stream, AV_PKT_DATA_DOVI_CONF, nullptr);
     const auto* vision = reinterpret_cast<const AVDOVIDecoderConfigurationRecord*>(data);
-    return vision != nullptr && (vision->dv_profile == kProfileAlone || (vision->dv_profile > kProfileAlone + 2 &&
-                                                                         vision->dv_bl_signal_compatibility_id == 0));
+    return vision != nullptr && (vision->dv_profile == kAlone ||
+                                 (vision->dv_profile >= kFirstToTell && vision->dv_bl_signal_compatibility_id == 0));
 }
 
 std::int64_t inMicroseconds(std::int64_t time, const AVStream& stream) {

@@ -11,8 +11,6 @@ constexpr auto kBt709 = "bt709 bt709 bt709 tv";
 constexpr auto kBt709Full = "bt709 bt709 bt709 pc";
 constexpr auto kBt601 = "smpte170m bt709 bt709 tv";
 constexpr auto kBt601Full = "smpte170m bt709 bt709 pc";
-constexpr auto kBt2020 = "bt2020nc bt2020 bt2020-10 tv";
-constexpr auto kYcgco = "ycgco bt709 bt709 tv";
 constexpr auto kRgb = "rgb bt709 bt709 pc";
 constexpr auto kPq = "bt2020nc bt2020 smpte2084 tv";
 constexpr auto kHlg = "bt2020nc bt2020 arib-std-b67 tv";
@@ -70,9 +68,9 @@ TEST_F(FilmChart, ShowsTheColoursOfStandardRange) {
              {"H.264", "yuv420p", kBt601Full, kH264},
              {"MJPEG 4:2:2", "yuvj422p", kBt601Full, "-c:v mjpeg -q:v 1"},
              {"DV 4:1:1", "yuv411p", kAs601, "-c:v dvvideo -r 30000/1001", 720, 480},
-             {"HEVC 10 bits", "yuv420p10le", kBt2020, kHevc},
+             {"HEVC 10 bits", "yuv420p10le", "bt2020nc bt2020 bt2020-10 tv", kHevc},
              {"HEVC 10 bits", "yuv420p10le", "bt2020nc bt2020 bt2020-10 pc", kHevc},
-             {"H.264 4:4:4", "yuv444p", kYcgco, kH264},
+             {"H.264 4:4:4", "yuv444p", "ycgco bt709 bt709 tv", kH264},
              {"H.264", "yuv420p", "ycgco bt709 bt709 pc", kH264},
              {"H.264", "rgb24", kRgb, "-c:v libx264rgb -preset ultrafast -qp 4 -g 1"},
              {"H.264", "rgb24", "rgb bt709 bt709 tv", "-c:v libx264rgb -preset ultrafast -qp 4 -g 1"},
