@@ -25,6 +25,11 @@ bool standsAlone(AVCodecID codec) {
     return std::find(kStandAlone.begin(), kStandAlone.end(), codec) != kStandAlone.end();
 }
 
+/// Whether libav knows that something of it is missing.
+bool isCut(const AVPacket& packet) {
+    return (packet.flags & AV_PKT_FLAG_CORRUPT) != 0;
+}
+
 bool isIntra(const AVFrame& frame) {
     return frame.pict_type == AV_PICTURE_TYPE_I || (frame.pict_type == AV_PICTURE_TYPE_NONE && frame.key_frame != 0);
 }
@@ -116,13 +121,13 @@ public:
           alone_(standsAlone(file.video().codecpar->codec_id)), reader_(file.video()) {}
 
     Libav<AVFrame> run() {
+        if (file_.isUnfinished()) {
+            return findWhole();
+        }
         Libav<AVFrame> frame = findAfter();
-        if (damaged_ && alone_ && !file_.hasHole(begin_, end_)) {
+        if (damaged_ && alone_) {
             alone_ = false; // it may need its neighbours after all
             frame = findAfter();
-        }
-        if (file_.hasHole(begin_, end_)) {
-            throw MediaError("no data of this second is there yet");
         }
         if (damaged_) {
             throw MediaError("the picture of this second is damaged");
@@ -141,7 +146,6 @@ private:
 
     struct Waiting {
         Libav<AVPacket> packet;
-        std::int64_t end; ///< the byte behind all that it took
         Kind kind;
     };
 
@@ -149,9 +153,6 @@ private:
         start(second_);
         while (std::optional<Step> step = nextStep()) {
             const bool early = step->time != AV_NOPTS_VALUE && step->time < sought_;
-            if (early && file_.hasTimes()) {
-                begin_ = std::max(begin_, step->packet->pos);
-            }
             Libav<AVFrame> frame;
             if (!alone_) {
                 frame = decodeNext(step->packet.get());
@@ -169,13 +170,46 @@ private:
     }
 
     void start(int second) {
-        const std::optional<std::int64_t> place = file_.seek(second);
+        file_.seek(second);
+        startReading();
+    }
+
+    void startReading() {
         avcodec_flush_buffers(decoder_.get());
         waiting_.clear();
-        beginKnown_ = place.has_value();
-        begin_ = place.value_or(0);
-        end_ = begin_;
+        reader_ = PacketReader(file_.video());
+        complaints_ = complaintCount();
+        fed_ = false;
         damaged_ = false;
+    }
+
+    /// Of an unfinished file: the first intra-coded frame that is there and whole. One that is shown much later than
+    /// the second would be another second's.
+    Libav<AVFrame> findWhole() {
+        constexpr int kSeconds = 6;
+        const std::int64_t last = file_.timeStamp(second_ + kSeconds);
+        start(second_);
+        for (std::optional<Step> step = nextStep(); step && step->time <= last; step = nextStep()) {
+            const std::int64_t latest = last - file_.slack();
+            Libav<AVFrame> frame;
+            if (alone_ && step->intra && step->time >= sought_ && step->time <= latest) {
+                frame = decodeAlone(*step);
+            } else if (!alone_) {
+                frame = decodeWhole(*step, latest);
+            }
+            if (frame) {
+                return frame;
+            }
+        }
+        throw MediaError("no whole picture of this second is there yet");
+    }
+
+    /// Decodes a packet after its predecessors, none of which is missing since the last intra-coded one.
+    Libav<AVFrame> decodeWhole(const Step& step, std::int64_t latest) {
+        fed_ = (fed_ || step.intra) && !isCut(*step.packet);
+        Libav<AVFrame> frame = fed_ ? decodeNext(step.packet.get()) : nullptr;
+        const bool sound = frame && complaintCount() == complaints_ && frame->best_effort_timestamp <= latest;
+        return sound ? std::move(frame) : nullptr;
     }
 
     /// The next packet is waiting. False at the end.
@@ -186,24 +220,22 @@ private:
                 return false;
             }
             const Kind kind = reader_.look(*packet);
-            waiting_.push_back({std::move(packet), file_.position(), kind});
+            waiting_.push_back({std::move(packet), kind});
         }
         return true;
     }
 
     std::optional<Step> nextStep() {
-        if (!wait(0)) {
-            return std::nullopt;
+        while (!wait(0)) {
+            if (!file_.skipHole()) {
+                return std::nullopt;
+            }
+            startReading();
         }
         Step step;
         step.packet = std::move(waiting_.front().packet);
         const Kind kind = waiting_.front().kind;
-        end_ = std::max(end_, waiting_.front().end);
         waiting_.pop_front();
-        if (!beginKnown_) {
-            begin_ = std::max<std::int64_t>(step.packet->pos, 0);
-            beginKnown_ = true;
-        }
         step.intra = kind.intra;
         step.time = step.packet->pts != AV_NOPTS_VALUE ? step.packet->pts : step.packet->dts;
         if (step.intra) {
@@ -261,7 +293,7 @@ private:
     /// The frame of an intra-coded packet, which comes out at once; none where the packet holds none, or a damaged one.
     Libav<AVFrame> decodeAlone(const Step& step) {
         const unsigned long complaints = complaintCount();
-        bool sound = (step.packet->flags & AV_PKT_FLAG_CORRUPT) == 0;
+        bool sound = !isCut(*step.packet) && !(step.otherField && isCut(*step.otherField));
         sound = avcodec_send_packet(decoder_.get(), step.packet.get()) >= 0 && sound;
         if (step.otherField) {
             avcodec_send_packet(decoder_.get(), step.otherField.get());
@@ -309,9 +341,6 @@ private:
         if (!before_.packet) {
             throw MediaError("the video has no intra-coded frame");
         }
-        if (file_.hasHole(before_.packet->pos, std::max(end_, before_.packet->pos + before_.packet->size))) {
-            throw MediaError("the last picture before this second is not there yet");
-        }
         Libav<AVFrame> frame = alone_ ? decodeAlone(before_) : std::move(frameBefore_);
         if (!frame) {
             throw MediaError("the last picture before this second is damaged");
@@ -343,9 +372,8 @@ private:
     std::deque<Waiting> waiting_; ///< packets read ahead
     Step before_;                 ///< the last intra-coded packet before the second
     Libav<AVFrame> frameBefore_;
-    std::int64_t begin_ = 0; ///< bytes from here to end_ decide which frame is the one sought
-    std::int64_t end_ = 0;
-    bool beginKnown_ = false;
+    unsigned long complaints_ = 0; ///< of decoders, before reading began
+    bool fed_ = false;             ///< a decoder that needs neighbours has had an intra-coded frame since then
     bool damaged_ = false;
 };
 

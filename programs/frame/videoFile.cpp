@@ -4,16 +4,10 @@ extern "C" {
 #include <libavutil/dovi_meta.h>
 }
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
-#include <vector>
 
 namespace {
-
-constexpr std::int64_t kHoleBytes = 4096; // of zeros
-constexpr std::int64_t kHoleBytesAtEnd = 64;
 
 bool isPicture(const AVStream& stream) {
     return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
@@ -49,10 +43,11 @@ std::int64_t inMicroseconds(std::int64_t time, const AVStream& stream) {
 
 } // namespace
 
-VideoFile::VideoFile(int descriptor, Download download) : download_(download), file_(descriptor) {
+VideoFile::VideoFile(int descriptor, Download download) : download_(download), file_(descriptor, download) {
     readHead();
     chooseStream();
-    if (isDolbyVisionAlone(*video_)) {
+    start_ = file_.lacksBeginning() ? file_.guessStart() : startTime();
+    if (isDolbyVisionAlone(video())) {
         throw MediaError("Dolby Vision without a base layer for other screens");
     }
 }
@@ -61,13 +56,13 @@ VideoFile::VideoFile(int descriptor, Download download) : download_(download), f
 /// packets read and pictures decoded, and so does the choice between several video streams.
 void VideoFile::readHead() {
     const auto streams = [&](bool (*kind)(const AVStream&)) {
-        return std::count_if(format_.streams, format_.streams + format_.nb_streams,
+        return std::count_if(format().streams, format().streams + format().nb_streams,
                              [&](const AVStream* stream) { return kind(*stream); });
     };
-    const bool complete = (isIndexed() || std::strncmp(format_.iformat->name, "matroska", 8) == 0) &&
+    const bool complete = (isIndexed() || std::strncmp(format().iformat->name, "matroska", 8) == 0) &&
                           streams(isVideo) == 1 && readFirstTimes();
     if (!complete) {
-        checked(avformat_find_stream_info(&format_, nullptr), "cannot read the streams");
+        file_.readStreams();
     }
 }
 
@@ -75,15 +70,15 @@ void VideoFile::readHead() {
 bool VideoFile::readFirstTimes() {
     constexpr int kMostPackets = 500;
     const Libav<AVPacket> packet = owned(av_packet_alloc());
-    AVStream** const end = format_.streams + format_.nb_streams;
+    AVStream** const end = format().streams + format().nb_streams;
     for (int count = 0; count < kMostPackets; ++count) {
-        const bool known = std::all_of(format_.streams, end, [](const AVStream* stream) {
+        const bool known = std::all_of(format().streams, end, [](const AVStream* stream) {
             return !isTimed(*stream) || stream->start_time != AV_NOPTS_VALUE;
         });
-        if (known || av_read_frame(&format_, packet.get()) < 0) {
+        if (known || av_read_frame(&format(), packet.get()) < 0) {
             return known;
         }
-        AVStream& stream = *format_.streams[packet->stream_index];
+        AVStream& stream = *format().streams[packet->stream_index];
         if (stream.start_time == AV_NOPTS_VALUE) { // libavformat waits for the order in which frames are decoded
             stream.start_time = packet->pts;
         }
@@ -95,33 +90,33 @@ bool VideoFile::readFirstTimes() {
 void VideoFile::chooseStream() {
     constexpr std::int64_t kDefaultBonus = 5'000'000; // in pixels
     constexpr std::int64_t kAliveBonus = 100'000'000;
-    std::int64_t best = 0;
-    for (unsigned i = 0; i < format_.nb_streams; ++i) {
-        AVStream& stream = *format_.streams[i];
+    std::int64_t best = -1;
+    for (unsigned i = 0; i < format().nb_streams; ++i) {
+        AVStream& stream = *format().streams[i];
         const std::int64_t score = std::int64_t{stream.codecpar->width} * stream.codecpar->height +
                                    ((stream.disposition & AV_DISPOSITION_DEFAULT) != 0 ? kDefaultBonus : 0) +
                                    ((stream.event_flags & AVSTREAM_EVENT_FLAG_NEW_PACKETS) != 0 ? kAliveBonus : 0);
         if (isVideo(stream) && score > best) {
             best = score;
-            video_ = &stream;
+            video_ = static_cast<int>(i);
         }
     }
-    if (video_ == nullptr) {
+    if (video_ < 0) {
         throw MediaError("the file has no video stream");
     }
     setDiscard(AVDISCARD_ALL);
 }
 
 void VideoFile::setDiscard(AVDiscard others) {
-    for (unsigned i = 0; i < format_.nb_streams; ++i) {
-        AVStream* stream = format_.streams[i];
-        stream->discard = stream == video_ ? AVDISCARD_DEFAULT : others;
+    for (unsigned i = 0; i < format().nb_streams; ++i) {
+        AVStream* stream = format().streams[i];
+        stream->discard = stream->index == video_ ? AVDISCARD_DEFAULT : others;
     }
 }
 
 /// Whether the head of the file tells the place of each sample.
 bool VideoFile::isIndexed() const {
-    return std::strncmp(format_.iformat->name, "mov", 3) == 0;
+    return std::strncmp(format().iformat->name, "mov", 3) == 0;
 }
 
 /// Of the whole file in microseconds: the earliest stream's, a text that begins less than a second earlier included.
@@ -129,13 +124,13 @@ std::int64_t VideoFile::startTime() const {
     if (file_.isBare()) {
         return 0;
     }
-    if (format_.start_time != AV_NOPTS_VALUE) {
-        return format_.start_time;
+    if (format().start_time != AV_NOPTS_VALUE) {
+        return format().start_time;
     }
     std::int64_t start = INT64_MAX;
     std::int64_t text = INT64_MAX;
-    for (unsigned i = 0; i < format_.nb_streams; ++i) {
-        const AVStream& stream = *format_.streams[i];
+    for (unsigned i = 0; i < format().nb_streams; ++i) {
+        const AVStream& stream = *format().streams[i];
         if (stream.start_time != AV_NOPTS_VALUE) {
             std::int64_t& earliest = isText(stream) ? text : start;
             earliest = std::min(earliest, inMicroseconds(stream.start_time, stream));
@@ -148,39 +143,44 @@ std::int64_t VideoFile::startTime() const {
 }
 
 std::int64_t VideoFile::timeStamp(int second) const {
-    return av_rescale_q(second * std::int64_t{AV_TIME_BASE} + startTime(), AV_TIME_BASE_Q, video_->time_base);
+    return av_rescale_q(second * std::int64_t{AV_TIME_BASE} + start_, AV_TIME_BASE_Q, video().time_base);
 }
 
 AVRational VideoFile::pixelRatio(AVFrame& frame) const {
-    return av_guess_sample_aspect_ratio(&format_, video_, &frame);
+    return av_guess_sample_aspect_ratio(&format(), &video(), &frame);
 }
 
-std::optional<std::int64_t> VideoFile::seek(int second) {
-    packetEnd_ = 0;
+void VideoFile::seek(int second) {
     nextTime_ = AV_NOPTS_VALUE;
     if (file_.isBare()) { // frames are counted from the first one
         nextTime_ = 0;
-        checked(av_seek_frame(&format_, -1, 0, AVSEEK_FLAG_BYTE), "cannot go back to the beginning");
-        return 0;
+        checked(av_seek_frame(&format(), -1, 0, AVSEEK_FLAG_BYTE), "cannot go back to the beginning");
+        return;
     }
     // Key frames are indexed by the time they are decoded in many containers: that is a few pictures earlier.
     constexpr std::int64_t kReorder = 3 * AV_TIME_BASE / 23;
-    const std::int64_t shown = second * std::int64_t{AV_TIME_BASE} + startTime();
-    const bool byDecoding = (format_.iformat->flags & AVFMT_SEEK_TO_PTS) == 0;
+    const std::int64_t shown = second * std::int64_t{AV_TIME_BASE} + start_;
+    if (isUnfinished() && file_.canEnter()) {
+        enterBefore(shown - AV_TIME_BASE);
+        return;
+    }
+    const bool byDecoding = (format().iformat->flags & AVFMT_SEEK_TO_PTS) == 0;
     const std::int64_t place = byDecoding ? shown - kReorder : shown;
-    const bool sought = avformat_seek_file(&format_, -1, INT64_MIN, place, place, 0) >= 0;
-    return sought && !isIndexed() ? std::optional(file_.position()) : std::nullopt;
+    if (isUnfinished()) {
+        file_.forgetHole();
+    }
+    avformat_seek_file(&format(), -1, INT64_MIN, place, place, 0);
 }
 
 /// libav's answer to the reading of a packet of any stream.
 int VideoFile::readAny(AVPacket& packet) {
-    const int answer = av_read_frame(&format_, &packet);
-    if (answer < 0 || packet.stream_index != video_->index) {
+    const int answer = file_.read(packet);
+    if (answer < 0 || packet.stream_index != video_) {
         return answer;
     }
     if (file_.isBare()) {
         packet.pts = AV_NOPTS_VALUE;
-        packet.dts = nextTime_ - packet.duration * video_->codecpar->video_delay;
+        packet.dts = nextTime_ - packet.duration * video().codecpar->video_delay;
         nextTime_ += packet.duration;
         return answer;
     }
@@ -192,72 +192,92 @@ int VideoFile::readAny(AVPacket& packet) {
 }
 
 bool VideoFile::read(AVPacket& packet) {
+    av_packet_unref(&packet);
+    if (!isUnfinished() || file_.tellsSizes()) {
+        return readNext(packet);
+    }
+    // A packet ends where the next one begins: of the last one before a hole nobody knows what is missing.
+    if (!ahead_) {
+        ahead_ = owned(av_packet_alloc());
+        readNext(*ahead_);
+    }
+    av_packet_move_ref(&packet, ahead_.get());
+    return packet.data != nullptr && (readNext(*ahead_) || !file_.metHole());
+}
+
+bool VideoFile::readNext(AVPacket& packet) {
     do {
         av_packet_unref(&packet);
         if (readAny(packet) < 0) {
             return false;
         }
-    } while (packet.stream_index != video_->index);
-    packetEnd_ = packet.pos + packet.size;
-    const bool cutOff = (packet.flags & AV_PKT_FLAG_CORRUPT) != 0 && packetEnd_ >= file_.sizeInBytes();
+    } while (packet.stream_index != video_);
+    const bool cutOff = (packet.flags & AV_PKT_FLAG_CORRUPT) != 0 && packet.pos + packet.size >= file_.sizeInBytes();
     return !cutOff;
 }
 
-std::int64_t VideoFile::position() const {
-    return isIndexed() ? packetEnd_ : std::max<std::int64_t>(packetEnd_, file_.position());
-}
-
-bool VideoFile::hasTimes() const {
-    return !file_.isBare() && (format_.iformat->flags & AVFMT_NOTIMESTAMPS) == 0 &&
-           std::strcmp(format_.iformat->name, "avi") != 0;
-}
-
-bool VideoFile::hasHole(std::int64_t begin, std::int64_t end) const {
-    const AVCodecDescriptor* codec = avcodec_descriptor_get(video_->codecpar->codec_id);
-    if (download_ == Download::finished || codec == nullptr || (codec->props & AV_CODEC_PROP_LOSSY) == 0) {
+bool VideoFile::skipHole() {
+    if (!isUnfinished() || !file_.metHole()) {
         return false;
     }
-    std::vector<std::uint8_t> block(256 << 10);
-    std::int64_t place = std::max<std::int64_t>(0, begin - kHoleBytes);
-    std::int64_t zeros = 0;
-    while (place < end + kHoleBytes) {
-        const auto wanted = static_cast<std::size_t>(
-            std::min<std::int64_t>(static_cast<std::int64_t>(block.size()), end + kHoleBytes - place));
-        const ssize_t count = pread(file_.descriptor(), block.data(), wanted, place);
-        if (count <= 0) {
-            return zeros >= kHoleBytesAtEnd;
-        }
-        for (ssize_t i = 0; i < count; ++i, ++place) {
-            zeros = block[static_cast<std::size_t>(i)] == 0 ? zeros + 1 : 0;
-            if (zeros >= kHoleBytes && place >= begin && place - zeros < end) {
-                return true;
-            }
+    return file_.canEnter() ? begin(file_.enter(file_.behindHole())) : skipByIndex();
+}
+
+/// Goes to the first frame behind the hole that an index names.
+bool VideoFile::skipByIndex() {
+    const std::int64_t behind = file_.behindHole();
+    const int count = avformat_index_get_entries_count(&video());
+    while (++entry_ < count) {
+        const AVIndexEntry& entry = *avformat_index_get_entry(&video(), entry_);
+        if (entry.pos >= behind) {
+            file_.forgetHole();
+            return av_seek_frame(&format(), video_, entry.timestamp, AVSEEK_FLAG_ANY) >= 0;
         }
     }
     return false;
 }
 
+/// Has packets come from the place that was entered.
+bool VideoFile::begin(std::optional<std::int64_t> place) {
+    nextTime_ = AV_NOPTS_VALUE;
+    ahead_.reset();
+    return place.has_value();
+}
+
+/// Goes to a place shortly before a time, in microseconds.
+void VideoFile::enterBefore(std::int64_t time) {
+    constexpr std::int64_t kNear = 256 << 10;
+    std::int64_t low = 0;
+    std::int64_t high = file_.sizeInBytes();
+    while (high - low > kNear) {
+        const std::int64_t middle = low + (high - low) / 2;
+        const std::optional<MediaFile::Arrival> first = file_.arrive(middle, high);
+        (first && first->time <= time ? low : high) = middle;
+    }
+    begin(file_.enter(low));
+}
+
+bool VideoFile::hasTimes() const {
+    return !file_.isBare() && (format().iformat->flags & AVFMT_NOTIMESTAMPS) == 0 &&
+           std::strcmp(format().iformat->name, "avi") != 0;
+}
+
 bool VideoFile::endsWhole(int second) {
-    constexpr std::int64_t kSlack = std::int64_t{2} * AV_TIME_BASE;
-    const std::optional<std::int64_t> begin = seek(second);
+    seek(second);
     setDiscard(AVDISCARD_DEFAULT);
     const Libav<AVPacket> packet = owned(av_packet_alloc());
     std::int64_t last = 0;
     bool damaged = false;
     int answer = 0;
     while ((answer = readAny(*packet)) >= 0) {
-        const AVStream& stream = *format_.streams[packet->stream_index];
+        const AVStream& stream = *format().streams[packet->stream_index];
         const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
-        if ((isTimed(stream) || download_ == Download::finished) && time != AV_NOPTS_VALUE) {
+        if (time != AV_NOPTS_VALUE) {
             last = std::max(last, inMicroseconds(time + packet->duration, stream));
         }
         damaged = damaged || (packet->flags & AV_PKT_FLAG_CORRUPT) != 0;
         av_packet_unref(packet.get());
     }
     setDiscard(AVDISCARD_ALL);
-    const bool lengthKnown = download_ == Download::unfinished && format_.duration > 0 &&
-                             format_.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE;
-    return answer == AVERROR_EOF && !damaged && !(begin && hasHole(*begin, file_.sizeInBytes())) &&
-           last + kSlack / 2 >= startTime() + second * std::int64_t{AV_TIME_BASE} &&
-           (!lengthKnown || last + kSlack >= startTime() + format_.duration);
+    return answer == AVERROR_EOF && !damaged && last + AV_TIME_BASE >= start_ + second * std::int64_t{AV_TIME_BASE};
 }

@@ -5,9 +5,6 @@
 #include <cstdint>
 #include <optional>
 
-/// Whether a file may lack bytes that a torrent engine has not downloaded yet.
-enum class Download : std::uint8_t { finished, unfinished };
-
 /// The video of one media file. Every member may throw MediaError.
 class VideoFile {
 public:
@@ -16,7 +13,7 @@ public:
     /// screen is refused: this program cannot tell its colours.
     VideoFile(int descriptor, Download download);
 
-    [[nodiscard]] AVStream& video() const { return *video_; }
+    [[nodiscard]] AVStream& video() const { return *format().streams[video_]; }
 
     /// The time stamp of the video stream that lies `second` after the start of the file.
     [[nodiscard]] std::int64_t timeStamp(int second) const;
@@ -24,46 +21,49 @@ public:
     /// The width of a frame's pixels by their height, as container and codec have it; 0 where neither tells.
     [[nodiscard]] AVRational pixelRatio(AVFrame& frame) const;
 
-    /// Goes to a place from which everything from `second` on is read: the key frame before, as a rule.
-    ///
-    /// @return the byte where reading goes on; none where the packets come by an index or the file cannot be sought in:
-    ///         reading then goes on at the first packet's.
-    std::optional<std::int64_t> seek(int second);
+    /// Goes to a place from which everything from `second` on is read: the key frame before, as a rule. Of an
+    /// unfinished file what is not there is left out.
+    void seek(int second);
 
     /// The next packet of the video stream. False at the end, or where nothing more can be read. One that tells no time
     /// gets that at which it is decoded: where the packet before ended.
     bool read(AVPacket& packet);
 
-    /// The byte behind all that the last packet took.
-    [[nodiscard]] std::int64_t position() const;
+    /// Of an unfinished file in which read() ended at a hole: goes on behind it. False where that cannot be.
+    bool skipHole();
 
-    /// Whether a packet's time is its own. In the other containers it is counted from where reading began, and a hole
-    /// on the way makes it wrong.
+    /// Whether a packet's time is its own. In the other containers it is counted from where reading began.
     [[nodiscard]] bool hasTimes() const;
 
-    /// Whether bytes of [begin, end) of an unfinished file have not been downloaded yet. A torrent engine fills files
-    /// in pieces of 16 KiB and more, and what it has not written reads as zeros, in a sparse file as in a preallocated
-    /// one. No video codec writes thousands of zeros, but for lossless ones, where this always answers false.
-    [[nodiscard]] bool hasHole(std::int64_t begin, std::int64_t end) const;
+    [[nodiscard]] bool isUnfinished() const { return download_ == Download::unfinished; }
 
-    /// Whether the file can be read from `second` to an end that is its true one: no hole, nothing cut off. The length
-    /// of a finished file may be another than its container tells, as long as something of it belongs to `second`.
-    /// Where the container tells none, an end about `second` or later is taken for true.
+    /// Whether the file can be read from `second` to an end that is its true one: nothing cut off, whatever length its
+    /// container tells, as long as something of it belongs to `second`. Where the container tells none, an end about
+    /// `second` or later is taken for true.
     bool endsWhole(int second);
 
+    /// How much later than its time tells a frame may be shown, in units of the stream.
+    [[nodiscard]] std::int64_t slack() const { return av_rescale_q(file_.slack(), AV_TIME_BASE_Q, video().time_base); }
+
 private:
+    [[nodiscard]] AVFormatContext& format() const { return file_.format(); }
     void readHead();
     bool readFirstTimes();
     void chooseStream();
     int readAny(AVPacket& packet);
     void setDiscard(AVDiscard others);
+    bool readNext(AVPacket& packet);
+    bool skipByIndex();
+    bool begin(std::optional<std::int64_t> place);
+    void enterBefore(std::int64_t time);
     [[nodiscard]] bool isIndexed() const;
     [[nodiscard]] std::int64_t startTime() const;
 
     Download download_;
     MediaFile file_;
-    AVFormatContext& format_ = file_.format();
-    AVStream* video_ = nullptr;
-    std::int64_t packetEnd_ = 0;
+    int video_ = -1;         ///< number of the stream
+    Libav<AVPacket> ahead_;  ///< the packet behind the last one that read() gave, where one has to look ahead
+    std::int64_t start_ = 0; ///< of the whole file, in microseconds
     std::int64_t nextTime_ = AV_NOPTS_VALUE; ///< when the next packet of the video is decoded
+    int entry_ = -1;                         ///< of the index, the last one to which skipByIndex() went
 };

@@ -1,5 +1,6 @@
 #include "tests/programs/programRun.h"
 
+#include <cmath>
 #include <set>
 
 namespace {
@@ -72,28 +73,33 @@ TEST_F(Ffmpeg, MakesTheVeryPictureOfTheStockProgram) {
     }
 }
 
-/// Replaces what a film of 15 seconds holds around one of them by what was never downloaded.
-void makeHole(const fs::path& video, int second, const std::string& option) {
-    const std::uintmax_t size = fs::file_size(video);
-    const std::string begin = std::to_string(size * (10U * static_cast<unsigned>(second) - 7) / 150);
-    const std::string length = std::to_string(size * 2 / 15);
-    EXPECT_EQ(runProgram({"fallocate", option, "-o", begin, "-l", length, video}).status, 0);
+/// Replaces what a film of 15 seconds holds from one second to another by what was never downloaded: by nothing (-p),
+/// by what is only reserved for it (-z), or by zeros.
+void makeHole(const fs::path& video, double from, double to, const std::string& option) {
+    const auto size = static_cast<double>(fs::file_size(video));
+    const std::string begin = std::to_string(std::lround(size * from / 15));
+    const std::string length = std::to_string(std::lround(size * (to - from) / 15));
+    const auto argv = option == "zeros" ? words("dd if=/dev/zero conv=notrunc status=none bs=64K oflag=seek_bytes "
+                                                "iflag=count_bytes seek=" +
+                                                begin + " count=" + length)
+                                        : words("fallocate " + option + " -o " + begin + " -l " + length);
+    auto command = argv;
+    command.push_back(option == "zeros" ? "of=" + video.string() : video.string());
+    EXPECT_EQ(runProgram(command).status, 0);
 }
 
-TEST_F(Ffmpeg, FailsForTheSecondsThatAreNotThereYet) {
-    for (const std::set<int>& missing : {std::set<int>{}, {4}, {13}, {4, 10}, {1, 4, 7, 10, 13}}) {
-        for (const std::string name : {"short.mp4", "clusters.mkv"}) {
-            for (const char* option : {"-z", "-p"}) { // preallocated, and sparse
-                const fs::path video = unfinished(name);
-                for (const int second : missing) {
-                    makeHole(video, second, option);
-                }
-                for (const int second : kSeconds) {
-                    const std::string expected = missing.count(second) != 0 ? "" : stock("samples/" + name, second);
-                    EXPECT_TRUE(made(video, second) == expected)
-                        << name << option << " at " << second << " of " << missing.size() << " holes: " << run.errors;
-                }
-            }
+/// The first frame that is there serves for six seconds before it, and none for more.
+TEST_F(Ffmpeg, ShowsTheFirstFrameThatIsThere) {
+    for (const char* name : {"short.mp4", "clusters.mkv", "fragments.mp4"}) {
+        for (const char* option : {"-z", "-p", "zeros"}) {
+            const fs::path video = unfinished(name);
+            makeHole(video, 3.5, 5.5, option);
+            EXPECT_TRUE(made(video, 4) == stock("samples/"s + name, 6)) << name << option << run.errors;
+            EXPECT_TRUE(made(video, 7) == stock("samples/"s + name, 7)) << name << option << run.errors;
+            makeHole(video, 3.5, 10.6, option);
+            EXPECT_EQ(made(video, 4), "") << name << option;
+            EXPECT_NE(run.errors.find("no whole picture of this second is there yet"), std::string::npos);
+            EXPECT_TRUE(made(video, 6) == stock("samples/"s + name, 11)) << name << option << run.errors;
         }
     }
 }
@@ -101,14 +107,77 @@ TEST_F(Ffmpeg, FailsForTheSecondsThatAreNotThereYet) {
 /// Silence and padding are thousands of zeros, and so is what is missing.
 TEST_F(Ffmpeg, TellsZerosOfAFilmFromAHole) {
     for (const char* name : {"silent.mov", "silentHevc.mov", "silent.mkv", "prores.mov", "dnxhr.mov", "mjpeg.avi",
-                             "xvid.avi", "dv.avi", "cbr.mxf"}) {
-        EXPECT_FALSE(made(sample(name), 4).empty()) << name << run.errors;
-        for (const char* option : {"-z", "-p"}) {
+                             "xvid.avi", "dv.avi", "snow.avi", "zmbv.avi", "cbr.mxf"}) {
+        const std::string shown = made(sample(name), 4);
+        EXPECT_FALSE(shown.empty()) << name << run.errors;
+        for (const char* option : {"-z", "-p", "zeros"}) {
             const fs::path video = unfinished(name);
-            makeHole(video, 4, option);
-            EXPECT_TRUE(made(video, 4).empty()) << name << option;
+            EXPECT_TRUE(made(video, 4) == shown) << name << run.errors;
+            makeHole(video, 3.3, 5.3, option);
+            const std::string later = made(video, 4);
+            EXPECT_EQ(later.empty(), name == "cbr.mxf"s) << name << option << run.errors; // that has no way behind it
+            EXPECT_FALSE(later == shown) << name << option;
         }
     }
+}
+
+/// Nothing of a hole is read: one of many gigabytes takes no more time than a short one.
+TEST_F(Ffmpeg, StepsOverALongHole) {
+    const std::pair<std::string, std::string> films[] = {
+        {"samples/short.mp4", "-c copy -f matroska -live 1"},
+        {"samples/short.mp4", "-c copy -f mp4 -movflags frag_keyframe+empty_moov+default_base_moof"},
+        {"samples/short.mp4", "-c copy -f mpegts"},
+        {"samples/mpeg4.avi", "-c copy -f avi"}};
+    for (const auto& [source, make] : films) {
+        shell("ffmpeg -v error -y -i " + source + " -an " + make +
+              " film && size=$(stat -c %s film) && "
+              "part=download/7/film.part && head -c $((size/3)) film >$part && truncate -s 5G $part && "
+              "tail -c +$((size/3+1)) film | head -c $((size/2)) >>$part && truncate -s 11G $part");
+        auto argv = frameCommand("/usr/vexo/bin/ffmpeg", task / "film.part", 7, picture);
+        argv[4] = "20"; // seconds of 60 and more for who reads all of it
+        EXPECT_TRUE(PictureTest::made(argv) == made(copied(source.substr(8), "film"), 7)) << make << run.errors;
+    }
+}
+
+/// A picture of the wrong second is worse than none.
+TEST_F(Ffmpeg, ShowsNoFrameWhoseSecondIsNotKnown) {
+    const fs::path film = task / "film.part";
+    shell(
+        "ffmpeg -v error -i samples/short.mp4 -c copy -output_ts_offset 90 late.ts && cp late.ts download/7/film.part");
+    EXPECT_FALSE(made(film, 10).empty()) << run.errors;
+    makeHole(film, 0, 1, "-p");
+    EXPECT_EQ(made(film, 10) + made(film, 95), "");
+    // Its frames tell the times that they had in the films of which it was joined.
+    shell(
+        "ffmpeg -v error -stream_loop 1 -i samples/mpeg4.avi -c copy joined.avi && cp joined.avi download/7/film.part");
+    EXPECT_FALSE(made(film, 5).empty()) << run.errors;
+    makeHole(film, 2.5, 6.5, "-p");
+    makeHole(film, 14.9, 15, "-p"); // the index
+    EXPECT_EQ(made(film, 5) + made(film, 25), "");
+    EXPECT_FALSE(made(film, 1).empty()) << run.errors;
+}
+
+/// Times are counted from the true beginning, whatever is the first that is there.
+TEST_F(Ffmpeg, KnowsTheSecondWithoutTheBeginning) {
+    for (const auto& [name, mark] : {std::pair("short.mp4", "mdat"), std::pair("clusters.mkv", "\x1f\x43\xb6\x75"),
+                                     std::pair("fragments.mp4", "moof")}) {
+        std::string bytes = readFile("samples/"s + name);
+        const std::size_t missing = bytes.size() / 8;
+        bytes.replace(bytes.find(mark) + 8, missing, missing, '\0');
+        const fs::path video = unfinished(name);
+        writeFile(video, bytes);
+        EXPECT_TRUE(made(video, 4) == stock("samples/"s + name, 4)) << name << run.errors;
+    }
+}
+
+/// Behind a hole, without its index: the encoder's times, less that of the first frame.
+TEST_F(Ffmpeg, FindsTheSecondOfACutAviByItsTimeCodes) {
+    const fs::path film = task / "film.part";
+    shell("ffmpeg -v error -ss 5 -i samples/mpeg4.avi -c copy cut.avi && cp cut.avi download/7/film.part");
+    const std::string expected = made(film, 7);
+    makeHole(film, 5, 7, "-p"); // the frame of second 4
+    makeHole(film, 14.9, 15, "-p");
+    EXPECT_TRUE(!expected.empty() && made(film, 4) == expected) << run.errors;
 }
 
 TEST_F(Ffmpeg, MakesTheTruePictureOfACutFileOrNone) {
