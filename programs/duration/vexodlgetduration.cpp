@@ -2,10 +2,11 @@
 //
 //   vexodlgetduration --path FILE [--debug_mode]
 //
-// Prints {"duration": N} on standard output: whole seconds, what is left of the last one dropped, but at least 1. An
-// unfinished file gives what its header tells. With --debug_mode the decoder's own messages go to standard error too.
-// Exit status: 0 printed; otherwise nothing is printed, see ExitStatus in diagnosis.h.
+// Prints {"duration": N} on standard output: whole seconds, what is left of the last one dropped, but at least 1. Of an
+// unfinished file, whose name ends in .part, what is missing counts too. With --debug_mode the decoder's own messages
+// go to standard error too. Exit status: 0 printed; otherwise nothing is printed, see ExitStatus in diagnosis.h.
 
+#include "programs/duration/filmLength.h"
 #include "programs/duration/selfConfinement.h"
 #include "programs/front/diagnosis.h"
 #include "programs/front/taskInput.h"
@@ -70,67 +71,6 @@ int fail(ExitStatus status, const std::string& path, const std::string& what) {
     return status;
 }
 
-/// The length of a stream without a container: that of its frames at several places, as much as they hold of the file.
-std::int64_t lengthOfFrames(MediaFile& file) {
-    constexpr std::int64_t kPlaces = 8;
-    constexpr std::int64_t kBytes = 4 << 20;
-    AVFormatContext& format = file.format();
-    const Libav<AVPacket> packet = owned(av_packet_alloc());
-    std::int64_t length = 0;
-    std::int64_t bytes = 0;
-    const std::int64_t step = std::max(kBytes, file.sizeInBytes() / kPlaces);
-    for (std::int64_t place = 0; place < file.sizeInBytes(); place += step) {
-        file.endAt(place + kBytes);
-        checked(av_seek_frame(&format, -1, place, AVSEEK_FLAG_BYTE), "cannot go to a place of the file");
-        while (av_read_frame(&format, packet.get()) >= 0) {
-            const bool hole = packet->size > kBytes / 2;
-            length += hole ? 0 : packet->duration;
-            bytes += hole ? 0 : packet->size;
-            av_packet_unref(packet.get());
-        }
-    }
-    length = av_rescale(length, file.sizeInBytes(), std::max<std::int64_t>(bytes, 1));
-    return av_rescale_q(length, format.streams[0]->time_base, AV_TIME_BASE_Q);
-}
-
-/// The length of a container that tells none, by the times in its first part, as much as that holds of the file.
-std::int64_t lengthByTimes(MediaFile& file) {
-    constexpr std::int64_t kBytes = 32 << 20;
-    AVFormatContext& format = file.format();
-    const Libav<AVPacket> packet = owned(av_packet_alloc());
-    std::int64_t last = 0;
-    file.endAt(kBytes);
-    while (av_read_frame(&format, packet.get()) >= 0) {
-        const AVRational base = format.streams[packet->stream_index]->time_base;
-        const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
-        last = std::max(last, time == AV_NOPTS_VALUE ? 0 : av_rescale_q(time + packet->duration, base, AV_TIME_BASE_Q));
-        av_packet_unref(packet.get());
-    }
-    const std::int64_t start = format.start_time != AV_NOPTS_VALUE ? format.start_time : 0;
-    return av_rescale(last - start, file.sizeInBytes(), std::min(file.sizeInBytes(), kBytes));
-}
-
-/// In AV_TIME_BASE-ths of a second, as the container's header tells or, where that has none, as the packets' times do.
-std::int64_t durationOf(MediaFile& file) {
-    AVFormatContext& format = file.format();
-    if (file.isBare()) {
-        format.duration = lengthOfFrames(file);
-    }
-    if (format.duration <= 0) {
-        checked(avformat_find_stream_info(&format, nullptr), "cannot read the streams");
-    }
-    if (format.duration <= 0) {
-        format.duration = lengthByTimes(file);
-    }
-    if (format.duration <= 0) {
-        throw MediaError("the container tells no duration");
-    }
-    if (MediaFile::isStopped()) {
-        throw MediaError("only a part of the file was read");
-    }
-    return format.duration;
-}
-
 /// After a failure. libav may have called a lack of memory something else.
 int failToRead(const std::string& path, const char* what) {
     const bool outOfMemory = errno == ENOMEM;
@@ -153,8 +93,8 @@ int printDuration(const std::string& path, bool verbose) {
     av_log_set_level(verbose ? AV_LOG_INFO : AV_LOG_QUIET);
     errno = 0;
     try {
-        MediaFile file(media.get());
-        const std::int64_t seconds = std::max<std::int64_t>(durationOf(file) / AV_TIME_BASE, 1);
+        const Download download = isUnfinished(path) ? Download::unfinished : Download::finished;
+        const std::int64_t seconds = std::max<std::int64_t>(lengthOf(media.get(), download) / AV_TIME_BASE, 1);
         return writeLine(STDOUT_FILENO, "{\"duration\": " + std::to_string(seconds) + "}") ? kMade : kBadOutput;
     } catch (const std::exception& error) { // not a media file, or no memory
         return failToRead(path, error.what());

@@ -8,6 +8,7 @@
 // does the work in a sandbox and never sees a name. Exit status: ExitStatus in diagnosis.h.
 
 #include "programs/front/diagnosis.h"
+#include "programs/front/taskInput.h"
 #include "programs/picture/pictureFront.h"
 
 #include <unistd.h>
@@ -52,12 +53,6 @@ int number(std::string_view text) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     const bool whole = error == std::errc() && end == text.data() + text.size() && text.size() <= kMostDigits;
     return whole && value >= 0 ? value : -1;
-}
-
-/// While the torrent engine downloads a file, this stands behind its name.
-bool isUnfinished(std::string_view path) {
-    constexpr std::string_view kEnding = ".part";
-    return path.size() > kEnding.size() && path.substr(path.size() - kEnding.size()) == kEnding;
 }
 
 Worker frameWorker(const char* second, int limit, bool unfinished) {

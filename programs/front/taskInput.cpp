@@ -57,3 +57,8 @@ std::string pathBelow(const std::string& directory, const std::string& path) {
     const std::string head = directory + '/';
     return path.compare(0, head.size(), head) == 0 ? path.substr(head.size()) : std::string();
 }
+
+bool isUnfinished(std::string_view path) {
+    constexpr std::string_view kEnding = ".part";
+    return path.size() > kEnding.size() && path.substr(path.size() - kEnding.size()) == kEnding;
+}

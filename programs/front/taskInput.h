@@ -3,6 +3,7 @@
 #include "util/descriptor.h"
 
 #include <string>
+#include <string_view>
 
 // A downloaded file comes from strangers, and so does its name. It is opened once, by these functions, and everything
 // after works on the descriptor: no program that decodes ever sees a name of a torrent.
@@ -25,3 +26,6 @@ Descriptor openRegularFile(const std::string& path);
 
 /// What the path `path` names below `directory`; empty when it does not begin with `directory` and a slash.
 std::string pathBelow(const std::string& directory, const std::string& path);
+
+/// Whether the torrent engine still downloads the file: that long ".part" stands behind its name.
+bool isUnfinished(std::string_view path);

@@ -36,6 +36,51 @@ TEST(Duration, IsTakenFromTheHeaderOfAnUnfinishedFile) {
     }
 }
 
+/// Of each a part is missing, in percent of its bytes. Some have most of these in their second half.
+TEST(Duration, IsThatOfTheWholeOfAnUnfinishedFile) {
+    const std::string copy = "-c copy -f ", mp2 = "-c:v mpeg2video -b:v 1M -c:a mp2 -f mpeg",
+                      uneven = "-s 160x90 -vf 'noise=alls=60:allf=t:enable=gt(t\\,8)' -c:v libx264 -g 25 -f ",
+                      fragments = "mp4 -movflags frag_keyframe";
+    const std::tuple<std::string, int, int> films[] = {{copy + "mpegts", 60, 100},
+                                                       {copy + "mpegts", 0, 40},
+                                                       {uneven + "mpegts", 60, 97},
+                                                       {copy + "mpegts -output_ts_offset 9000", 0, 40},
+                                                       {mp2, 60, 100},
+                                                       {mp2, 0, 40},
+                                                       {copy + "matroska -live 1", 30, 80},
+                                                       {copy + "matroska -live 1", 60, 100},
+                                                       {"-c:v libtheora -b:v 1M -c:a libvorbis -f ogg", 60, 100},
+                                                       {copy + "h264 -an", 30, 60},
+                                                       {copy + fragments, 60, 100},
+                                                       {uneven + fragments + "+empty_moov", 30, 99},
+                                                       {uneven + fragments + "+empty_moov+global_sidx", 30, 100}};
+    for (const auto& [make, from, to] : films) {
+        const std::string part = std::to_string(from) + "*size/100)) count=$((" + std::to_string(to - from);
+        shell("ffmpeg -v error -y -i samples/short.mp4 " + make +
+              " cut.part && size=$(stat -c %s cut.part) && dd "
+              "if=/dev/zero of=cut.part status=none conv=notrunc bs=64K oflag=seek_bytes iflag=count_bytes seek=$((" +
+              part + "*size/100))");
+        const ProgramRun run = duration({"--path", "cut.part"});
+        EXPECT_TRUE(run.output == expected(14) || run.output == expected(15))
+            << make << from << run.output << run.errors;
+    }
+}
+
+/// A box that stock ffmpeg writes none of: 99 s.
+TEST(Duration, IsWhatAnMp4TellsOfItsFragments) {
+    shell("ffmpeg -v error -y -i samples/short.mp4 -c copy -f mp4 "
+          "-movflags frag_keyframe+empty_moov+default_base_moof cut.part");
+    std::string film = readFile("cut.part");
+    for (const char* outer : {"moov", "mvex"}) {
+        char& size = film[film.find(outer) - 1];
+        ASSERT_LT(static_cast<unsigned char>(size), 240) << outer;
+        size = static_cast<char>(size + 16);
+    }
+    film.insert(film.find("mvex") + 4, "\0\0\0\x10mehd\0\0\0\0\0\1\x82\xb8"s);
+    writeFile("cut.part", film.substr(0, film.size() / 2) + std::string(film.size() / 2, '\0'));
+    EXPECT_EQ(duration({"--path", "cut.part"}).output, expected(99));
+}
+
 /// Limits that files reach: the index of one claims 64 million frames, the other begins, and then it is one hole.
 TEST(Duration, EndsAtItsLimits) {
     shell("ffmpeg -v error -f lavfi -i color=s=16x16:d=1 -c:v rawvideo -pix_fmt rgb24 index.mov");
