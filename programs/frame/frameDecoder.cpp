@@ -21,6 +21,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <stdexcept>
 
 namespace {
 
@@ -79,7 +80,7 @@ int main(int argc, char** argv) {
         const int second = std::atoi(argv[1]); // NOLINT(cert-err34-c): ffmpeg has checked it
         makePicture(second, unfinished ? Download::unfinished : Download::finished);
         return EXIT_SUCCESS;
-    } catch (const MediaError& reason) {
+    } catch (const std::runtime_error& reason) {
         return fail(reason.what());
     } catch (const std::bad_alloc&) {
         return fail("the memory limit was reached");

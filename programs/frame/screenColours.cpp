@@ -1,18 +1,14 @@
 #include "programs/frame/screenColours.h"
 
+#include "programs/colour/colourConversion.h"
 #include "programs/frame/combing.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
-#include <zimg++.hpp>
-
 #include <algorithm>
-#include <array>
-#include <cmath>
 #include <cstring>
-#include <memory>
 
 namespace {
 
@@ -165,71 +161,15 @@ zimgxx::zimage_format formatOf(const AVFrame& frame) {
     return format;
 }
 
-/// Has each plane of `from` (red first, as libav's descriptor tells) converted into one of `to`.
-void convert(const AVFrame& from, const zimgxx::zimage_format& as, AVFrame& to, const zimgxx::zimage_format& into) {
-    zimgxx::zfilter_graph_builder_params settings;
-    settings.nominal_peak_luminance = 203;
-    settings.allow_approximate_gamma = from.color_trc == AVCOL_TRC_ARIB_STD_B67 ? 0 : 1; // that one mixes all colours
-    zimgxx::zimage_buffer_const source;
-    zimgxx::zimage_buffer target;
-    for (unsigned part = 0; part < 3; ++part) {
-        const int plane = descriptorOf(from).comp[part].plane;
-        source.data(part) = from.data[plane];
-        source.stride(part) = from.linesize[plane];
-        source.mask(part) = ZIMG_BUFFER_MAX;
-        const int other = descriptorOf(to).comp[part].plane;
-        target.data(part) = to.data[other];
-        target.stride(part) = to.linesize[other];
-        target.mask(part) = ZIMG_BUFFER_MAX;
+/// The planes in the order of libav's descriptor, which has red first.
+Planes planesOf(const AVFrame& frame) {
+    Planes planes = {formatOf(frame), {}, {}};
+    for (std::size_t part = 0; part < planes.data.size(); ++part) {
+        const int plane = descriptorOf(frame).comp[part].plane;
+        planes.data[part] = frame.data[plane];
+        planes.stride[part] = frame.linesize[plane];
     }
-    try {
-        const zimgxx::FilterGraph graph = zimgxx::FilterGraph::build(as, into, &settings);
-        const std::unique_ptr<void, void (*)(void*)> scratch(av_malloc(graph.get_tmp_size()), av_free);
-        checked(scratch != nullptr ? 0 : AVERROR(ENOMEM), "cannot convert the colours");
-        graph.process(source, target, scratch.get());
-    } catch (const zimgxx::zerror& error) {
-        throw MediaError(std::string("cannot convert the colours: ") + error.msg);
-    }
-}
-
-// High dynamic range -----------------------------------------------------------------------------------------------
-
-/// Light, paper white being 1, as it is shown on a screen whose brightest is 1. What few films exceed, 2,000 cd/m2, is
-/// that, and all that is brighter.
-float compressed(float light) {
-    constexpr float kKnee = 0.8F;
-    constexpr float kBend = 0.0362F; // leaves the straight part without a kink
-    return light <= kKnee ? light : std::min(kKnee + kBend * std::log1p((light - kKnee) / kBend), 1.0F);
-}
-
-/// Compresses what is too bright for a screen, each pixel's colours by the same factor.
-void compressHighlights(AVFrame& light) {
-    for (int y = 0; y < light.height; ++y) {
-        const auto lineOf = [&](int plane) {
-            return reinterpret_cast<float*>(light.data[plane] + std::ptrdiff_t{y} * light.linesize[plane]);
-        };
-        const std::array parts = {lineOf(0), lineOf(1), lineOf(2)};
-        for (int x = 0; x < light.width; ++x) {
-            const float brightest = std::max({parts[0][x], parts[1][x], parts[2][x]});
-            const float factor = brightest > 0 ? compressed(brightest) / brightest : 1;
-            for (float* const part : parts) {
-                part[x] *= factor;
-            }
-        }
-    }
-}
-
-/// Light on a screen with the primaries of sRGB.
-zimgxx::zimage_format lightFormat(const AVFrame& light) {
-    zimgxx::zimage_format format;
-    format.width = static_cast<unsigned>(light.width);
-    format.height = static_cast<unsigned>(light.height);
-    format.pixel_type = ZIMG_PIXEL_FLOAT;
-    format.color_family = ZIMG_COLOR_RGB;
-    format.matrix_coefficients = ZIMG_MATRIX_RGB;
-    format.transfer_characteristics = ZIMG_TRANSFER_LINEAR;
-    format.color_primaries = ZIMG_PRIMARIES_BT709;
-    return format;
+    return planes;
 }
 
 // The picture ------------------------------------------------------------------------------------------------------
@@ -259,13 +199,6 @@ Libav<AVFrame> shownOnScreen(Libav<AVFrame> frame, const AVCodecParameters& code
     }
     Libav<AVFrame> picture = emptyFrame(size, jpegFormat(descriptorOf(*source), size));
     describeJpeg(*picture, *source);
-    if (isHighRange(*source)) {
-        const Libav<AVFrame> light = emptyFrame(size, AV_PIX_FMT_GBRPF32);
-        convert(*source, formatOf(*source), *light, lightFormat(*light));
-        compressHighlights(*light);
-        convert(*light, lightFormat(*light), *picture, formatOf(*picture));
-    } else {
-        convert(*source, formatOf(*source), *picture, formatOf(*picture));
-    }
+    convertColours(planesOf(*source), planesOf(*picture));
     return picture;
 }

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "programs/colour/planarPicture.h"
+
+/// Converts the samples of `from`, as its format says what they are, into those of `to`: size, matrix, range, primaries
+/// and curve in one go. High dynamic range (PQ, HLG) becomes what a screen can show: paper white, 203 cd/m2, stays
+/// white, and what is brighter is compressed up to 2,000 cd/m2.
+///
+/// Throws std::runtime_error where the two formats have no way between them.
+void convertColours(const Planes& from, const Planes& to);
