@@ -12,8 +12,9 @@ bool isHighRange(const zimgxx::zimage_format& format) {
            format.transfer_characteristics == ZIMG_TRANSFER_ARIB_B67;
 }
 
-void convert(const Planes& from, const Planes& to) {
+void convert(const Planes& from, const Planes& to, zimg_resample_filter_e filter) {
     zimgxx::zfilter_graph_builder_params settings;
+    settings.resample_filter = filter;
     settings.nominal_peak_luminance = 203;
     // HLG's curve mixes all colours
     settings.allow_approximate_gamma = from.format.transfer_characteristics == ZIMG_TRANSFER_ARIB_B67 ? 0 : 1;
@@ -69,13 +70,13 @@ zimgxx::zimage_format lightFormat(unsigned width, unsigned height) {
 
 } // namespace
 
-void convertColours(const Planes& from, const Planes& to) {
+void convertColours(const Planes& from, const Planes& to, zimg_resample_filter_e filter) {
     if (isHighRange(from.format)) {
         const PlanarPicture light(lightFormat(to.format.width, to.format.height));
-        convert(from, light.planes());
+        convert(from, light.planes(), filter);
         compressHighlights(light);
-        convert(light.planes(), to);
+        convert(light.planes(), to, filter);
     } else {
-        convert(from, to);
+        convert(from, to, filter);
     }
 }

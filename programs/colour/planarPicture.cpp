@@ -37,6 +37,13 @@ PlanarPicture::PlanarPicture(const zimgxx::zimage_format& format) {
     }
 }
 
+Planes PlanarPicture::plane(std::size_t number) const {
+    Planes one = {planes_.format, {planes_.data[number]}, {planes_.stride[number]}};
+    one.format.color_family = ZIMG_COLOR_GREY;
+    one.format.matrix_coefficients = ZIMG_MATRIX_BT470_BG; // as screenFormat has it of grey
+    return one;
+}
+
 zimgxx::zimage_format screenFormat(unsigned width, unsigned height, zimg_color_family_e family) {
     zimgxx::zimage_format format;
     format.width = width;

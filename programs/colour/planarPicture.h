@@ -30,6 +30,9 @@ public:
 
     [[nodiscard]] const Planes& planes() const { return planes_; }
 
+    /// One plane, as that of a grey picture.
+    [[nodiscard]] Planes plane(std::size_t number) const;
+
     template <typename Sample>
     [[nodiscard]] Sample* row(std::size_t plane, std::size_t y) const {
         auto* const first = static_cast<std::byte*>(planes_.data[plane]);
