@@ -29,7 +29,7 @@ bool allowFiles(const Filter& filter) {
                           SCMP_SYS(open),      SCMP_SYS(openat),     SCMP_SYS(close),   SCMP_SYS(access),
                           SCMP_SYS(faccessat), SCMP_SYS(faccessat2), SCMP_SYS(stat),    SCMP_SYS(fstat),
                           SCMP_SYS(lstat),     SCMP_SYS(newfstatat), SCMP_SYS(statx),   SCMP_SYS(getdents64),
-                          SCMP_SYS(readlink),  SCMP_SYS(readlinkat), SCMP_SYS(getcwd)});
+                          SCMP_SYS(readlink),  SCMP_SYS(readlinkat), SCMP_SYS(getcwd),  SCMP_SYS(dup)});
 }
 
 /// Without the commands by which a descriptor sends signals to any process of the user.
