@@ -42,8 +42,9 @@ constexpr auto kVideo = wordsOf(host::kVideoExtensions);
 // A photo in a format that the programs at the fixed paths cannot read, as of a camera's raw data, would be planned
 // again and again and never made.
 
-constexpr auto kPhoto = wordsOf(std::array{"avif", "bmp", "dib", "gif", "heic", "heif", "jfif", "jpe", "jpeg", "jpg",
-                                           "png", "tif", "tiff", "webp"});
+constexpr auto kPhoto =
+    wordsOf(std::array{"apng", "avif", "bmp", "dib", "gif", "heic",  "heics", "heif", "hif",  "jfif", "jp2",
+                       "jpe",  "jpeg", "jpg", "jxl", "mpo", "pjpeg", "png",   "tif",  "tiff", "webp"});
 
 constexpr auto kSubtitle = wordsOf(std::array{"ass", "dfxp", "idx", "lrc", "mks", "pjs", "sami", "sbv", "smi", "srt",
                                               "ssa", "stl", "sub", "sup", "ttml", "vtt"});

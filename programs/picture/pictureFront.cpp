@@ -1,5 +1,6 @@
 #include "programs/picture/pictureFront.h"
 
+#include "programs/front/diagnosis.h"
 #include "programs/front/taskInput.h"
 #include "programs/picture/newPicture.h"
 
@@ -38,7 +39,7 @@ int failByOutcome(const PictureOrder& order, const Outcome& outcome) {
     case Outcome::End::killed:
         return fail(order, kNoPicture, "the decoder died of signal " + std::to_string(outcome.status) + said);
     default:
-        return fail(order, kNoPicture, "no picture" + said);
+        return fail(order, outcome.status == kLimitReached ? kLimitReached : kNoPicture, "no picture" + said);
     }
 }
 
@@ -74,9 +75,5 @@ int makePicture(const PictureOrder& order, const WorkerChoice& chooseWorker) {
     if (!picture.descriptor()) {
         return fail(order, kBadOutput, systemError("cannot write into the folder of the picture"));
     }
-    const std::variant<Worker, Refusal> choice = chooseWorker(input.get());
-    if (const auto* refusal = std::get_if<Refusal>(&choice)) {
-        return fail(order, refusal->status, refusal->why);
-    }
-    return makeIn(order, input, std::get<Worker>(choice), picture);
+    return makeIn(order, input, chooseWorker(input.get()), picture);
 }

@@ -1,11 +1,9 @@
 #pragma once
 
-#include "programs/front/diagnosis.h"
 #include "programs/picture/sandbox.h"
 
 #include <functional>
 #include <string>
-#include <variant>
 
 /// One picture to make of one downloaded file, as a command line names them.
 struct PictureOrder {
@@ -14,14 +12,8 @@ struct PictureOrder {
     std::string target;  ///< TASK/FOLDER/NAME, the picture
 };
 
-/// Why an input is not shown to any worker.
-struct Refusal {
-    ExitStatus status;
-    std::string why;
-};
-
 /// Chooses the worker for an open input.
-using WorkerChoice = std::function<std::variant<Worker, Refusal>(int input)>;
+using WorkerChoice = std::function<Worker(int input)>;
 
 /// Makes the picture: opens the input, has the worker write a picture in the sandbox, checks that it is whole and gives
 /// it its name. The task's directory is the target's grandparent; nothing outside of it is read or written.

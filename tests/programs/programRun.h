@@ -51,6 +51,15 @@ inline std::vector<std::string> frameCommand(const std::string& program, const s
     return argv;
 }
 
+/// The command line with which convert-thumb, or stock convert, makes the picture of a photo.
+inline std::vector<std::string> thumbCommand(const std::string& program, const std::string& photo,
+                                             const std::string& picture) {
+    auto argv = words(program + " -thumbnail 1024x1024> -quality 90 -strip -flatten -colorspace sRGB");
+    argv.insert(argv.begin() + 1, photo);
+    argv.push_back(picture);
+    return argv;
+}
+
 /// Starts a program. What it prints goes to the files program.output and program.errors.
 inline pid_t startProgram(std::vector<std::string> argv) {
     argv.insert(argv.begin(), {"/bin/sh", "-c", R"(exec "$@" >program.output 2>program.errors)", "sh"});
