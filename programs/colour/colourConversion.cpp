@@ -40,8 +40,8 @@ void convert(const Planes& from, const Planes& to, zimg_resample_filter_e filter
 /// Light, paper white being 1, as it is shown on a screen whose brightest is 1. What few films exceed, 2,000 cd/m2, is
 /// that, and all that is brighter.
 float compressed(float light) {
-    constexpr float kKnee = 0.8F;
-    constexpr float kBend = 0.0362F; // leaves the straight part without a kink
+    constexpr float kKnee = 0.85F;
+    constexpr float kBend = 0.02557F; // leaves the straight part without a kink
     return light <= kKnee ? light : std::min(kKnee + kBend * std::log1p((light - kKnee) / kBend), 1.0F);
 }
 
