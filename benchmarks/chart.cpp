@@ -28,7 +28,7 @@ double lightOf(double signal) {
     return signal <= 0.04045 ? signal / 12.92 : std::pow((signal + 0.055) / 1.055, 2.4);
 }
 
-double signalOf(double light) {
+double srgbSignal(double light) {
     return light <= 0.0031308 ? light * 12.92 : 1.055 * std::pow(light, 1 / 2.4) - 0.055;
 }
 
@@ -41,26 +41,6 @@ double pqSignal(double light) {
 /// ITU-R BT.2100, of the light before a camera.
 double hlgSignal(double light) {
     return light <= 1.0 / 12 ? std::sqrt(3 * light) : 0.17883277 * std::log(12 * light - 0.28466892) + 0.55991073;
-}
-
-/// In 0..1, before the matrix.
-Colour signalOf(const Colour& light, const std::string& primaries, const std::string& curve) {
-    const auto [r, g, b] = light;
-    Colour signal = light;
-    if (primaries == "bt2020") { // ITU-R BT.2087
-        signal = {0.627403896 * r + 0.329283038 * g + 0.043313066 * b,
-                  0.069097289 * r + 0.919540395 * g + 0.011362316 * b,
-                  0.016391439 * r + 0.088013308 * g + 0.895595253 * b};
-    }
-    // A screen of HLG with 1000 cd/m2 has a gamma of its own, 1.2, by the luminance.
-    const double luminance = 0.203 * (0.2627 * signal[0] + 0.678 * signal[1] + 0.0593 * signal[2]);
-    const double camera = 0.203 * std::pow(std::max(luminance, 1e-9), 1 / 1.2 - 1);
-    for (double& value : signal) {
-        value = curve == "smpte2084"      ? pqSignal(value * 203 / 10000)
-                : curve == "arib-std-b67" ? hlgSignal(value * camera)
-                                          : signalOf(value);
-    }
-    return signal;
 }
 
 /// Luminance in 0..1 and two differences in -0.5..0.5, or the colour itself.
@@ -137,6 +117,25 @@ cmsCIELab labOf(const Colour& light) {
 
 } // namespace
 
+Colour signalOf(const Colour& light, const std::string& primaries, const std::string& curve) {
+    const auto [r, g, b] = light;
+    Colour signal = light;
+    if (primaries == "bt2020") { // ITU-R BT.2087
+        signal = {0.627403896 * r + 0.329283038 * g + 0.043313066 * b,
+                  0.069097289 * r + 0.919540395 * g + 0.011362316 * b,
+                  0.016391439 * r + 0.088013308 * g + 0.895595253 * b};
+    }
+    // A screen of HLG with 1000 cd/m2 has a gamma of its own, 1.2, by the luminance.
+    const double luminance = 0.203 * (0.2627 * signal[0] + 0.678 * signal[1] + 0.0593 * signal[2]);
+    const double camera = 0.203 * std::pow(std::max(luminance, 1e-9), 1 / 1.2 - 1);
+    for (double& value : signal) {
+        value = curve == "smpte2084"      ? pqSignal(value * 203 / 10000)
+                : curve == "arib-std-b67" ? hlgSignal(value * camera)
+                                          : srgbSignal(value);
+    }
+    return signal;
+}
+
 Chart knownColours(bool grey) {
     Chart chart;
     for (const int colour : kColours) {
@@ -186,13 +185,14 @@ Picture::Picture(const std::string& jpeg) {
 Colour Picture::patch(std::size_t number, Turn turn) const {
     double across = (static_cast<double>(number % kColumns) + 0.5) / kColumns;
     double down = (static_cast<double>(number / kColumns) + 0.5) / kRows;
-    if (turn == Turn::right) {
+    if (turn >= Turn::swapped) {
         std::swap(across, down);
     }
-    if (turn == Turn::right || turn == Turn::mirrored) {
+    const auto is = [turn](Turn other) { return turn == other; };
+    if (is(Turn::mirrored) || is(Turn::around) || is(Turn::right) || is(Turn::swappedAround)) {
         across = 1 - across;
     }
-    if (turn == Turn::flipped) {
+    if (is(Turn::flipped) || is(Turn::around) || is(Turn::left) || is(Turn::swappedAround)) {
         down = 1 - down;
     }
     const int side = std::min(width, height) / 20;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-/// Red, green and blue in the primaries of sRGB.
+/// Red, green and blue, in the primaries of sRGB unless told otherwise.
 using Colour = std::array<double, 3>;
 
 /// Colours as light: 1 is white paper, which is 203 cd/m2 on a screen of high range.
@@ -14,6 +14,9 @@ using Chart = std::vector<Colour>;
 
 /// The 40 that the films show in rows of eight; from black to white for a grey film. No turned chart is like it.
 Chart knownColours(bool grey = false);
+
+/// What a screen of these primaries and this curve, by ffmpeg's names, gets of a colour: in 0..1, before the matrix.
+Colour signalOf(const Colour& light, const std::string& primaries, const std::string& curve);
 
 struct Film {
     std::string name;
@@ -37,8 +40,9 @@ Drawing movingEdge(int firstField);
 /// @param drawing  without one, eight patches in a row
 void makeFilm(const std::string& path, const Film& film, const Chart& chart, const Drawing& drawing = nullptr);
 
-/// How a picture is turned against the drawing.
-enum class Turn { none, right, mirrored, flipped };
+/// How a picture is turned against the drawing, by the numbers of Exif. From 5 on across and down are swapped, then
+/// they are mirrored or flipped.
+enum class Turn { none = 1, mirrored, around, flipped, swapped, right, swappedAround, left };
 
 /// A JPEG as a browser reads it.
 struct Picture {
