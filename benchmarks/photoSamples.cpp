@@ -166,9 +166,13 @@ std::string samplesOf(const std::vector<Values>& colours, int depth) {
     return bytes;
 }
 
-/// Exif that tells an orientation only.
+/// Exif that tells an orientation only, in either order of bytes.
 std::string exif(Turn turn) {
-    return "Exif\0\0II*\0\x08\0\0\0\1\0\x12\1\3\0\1\0\0\0"s + static_cast<char>(turn) + "\0\0\0\0\0\0\0"s;
+    const auto number = static_cast<char>(turn);
+    if (number % 2 == 0) {
+        return "Exif\0\0MM\0*\0\0\0\x08\0\1\1\x12\0\3\0\0\0\1\0"s + number + "\0\0\0\0\0\0"s;
+    }
+    return "Exif\0\0II*\0\x08\0\0\0\1\0\x12\1\3\0\1\0\0\0"s + number + "\0\0\0\0\0\0\0"s;
 }
 
 struct Jpeg {
@@ -201,6 +205,9 @@ void configure(jpeg_compress_struct& info, int channels, const std::vector<std::
     }
     jpeg_set_quality(&info, 100, TRUE);
     info.arith_code = has("arithmetic") ? TRUE : FALSE;
+    if (has("plain")) {
+        info.write_Adobe_marker = FALSE;
+    }
     for (const std::string& word : options) {
         if (word.size() == 3 && word[1] == 'x') {
             info.comp_info[0].h_samp_factor = word[0] - '0';
@@ -219,16 +226,17 @@ void writeJpeg(const std::string& path, std::string samples, const std::string& 
     configure(jpeg.info, channels, options);
     jpeg_start_compress(&jpeg.info, TRUE);
     if (turn != Turn::none) {
-        const std::string tag = exif(turn);
-        jpeg_write_marker(&jpeg.info, JPEG_APP0 + 1, reinterpret_cast<const JOCTET*>(tag.data()),
-                          static_cast<unsigned>(tag.size()));
+        for (const std::string& tag : {"http://ns.adobe.com/xap/1.0/\0<x/>"s, exif(turn)}) {
+            jpeg_write_marker(&jpeg.info, JPEG_APP0 + 1, reinterpret_cast<const JOCTET*>(tag.data()),
+                              static_cast<unsigned>(tag.size()));
+        }
     }
     if (options.back() == "icc") {
         const std::string profile = readFile("photo.icc");
         jpeg_write_icc_profile(&jpeg.info, reinterpret_cast<const JOCTET*>(profile.data()),
                                static_cast<unsigned>(profile.size()));
     }
-    if (channels == 4) { // ink is stored the other way round
+    if (channels == 4 && jpeg.info.write_Adobe_marker != 0) { // ink is stored the other way round
         std::transform(samples.begin(), samples.end(), samples.begin(), [](char ink) { return ~ink; });
     }
     for (auto line = samples.begin(); line != samples.end(); line += kWidth * channels) {
@@ -341,6 +349,7 @@ const std::vector<Photo>& knownPhotos() {
         {"JPEG, YCCK", "CMYK", 8, "jpeg ycck icc"},
         {"JPEG, CMYK without a profile", "inks", 8, "jpeg cmyk"},
         {"JPEG, YCCK without a profile", "inks", 8, "jpeg ycck"},
+        {"JPEG, CMYK, not inverted", "inks", 8, "jpeg cmyk plain"},
 
         {"PNG", "sRGB", 8, kConvert + "png24:photo"},
         {"PNG, 16 bits", "sRGB", 16, kConvert + "png48:photo"},
@@ -374,6 +383,7 @@ const std::vector<Photo>& knownPhotos() {
         {"BMP, palette", "sRGB", 8, kConvert + "-type Palette bmp3:photo"},
 
         {"HEIC", "sRGB", 8, kPng + kHeic},
+        {"HEIC, brand hevx", "sRGB", 8, kPng + kHeic + "&& printf hevx | dd of=photo bs=1 seek=8 conv=notrunc"},
         {"HEIC, Display P3 profile", "P3", 8, kTaggedPng + kHeic},
         {"HEIC, Display P3", "P3", 8, kPng + kHeic + nclx(12, 13)},
         {"HEIC, PQ", "PQ", 10, kDeepPng + kHeic + nclx(9, 16)},
@@ -399,6 +409,7 @@ const std::vector<Photo>& knownPhotos() {
         {"JPEG 2000", "sRGB", 8, kConvert + "-quality 100 jp2:photo"},
         {"JPEG 2000, Display P3", "P3", 8, kConvert + "-quality 100 jp2:photo"},
         {"JPEG 2000, grey", "grey", 8, kConvert + "-quality 100 jp2:photo"},
+        {"JPEG 2000, length left out", "sRGB", 8, kConvert + "-quality 100 jp2:photo"},
     };
     return photos;
 }
@@ -442,6 +453,10 @@ void makePhoto(const std::string& path, const Photo& photo) {
     runEncoder(photo.encoder, path);
     if (photo.encoder.find("jp2:") != std::string::npos && photo.colours == "P3") { // convert leaves it out
         giveProfile(path);
+    }
+    if (photo.name == "JPEG 2000, length left out") { // of the last box: it reaches to the end
+        std::string file = readFile(path);
+        writeFile(path, file.replace(file.find("jp2c") - 4, 4, 4, '\0'));
     }
 }
 

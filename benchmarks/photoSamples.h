@@ -10,7 +10,7 @@ struct Photo {
     std::string colours;
     int depth;
     /// A shell command that makes the file `photo` of photo.pam or photo.png and, if it has to be in it, photo.icc; or
-    /// "jpeg" with words: rgb, cmyk or ycck, 2x1 or the like, progressive, arithmetic, icc.
+    /// "jpeg" with words: rgb, cmyk or ycck, 2x1 or the like, progressive, arithmetic, plain, icc.
     std::string encoder;
 };
 

@@ -46,11 +46,14 @@ TEST_F(ConvertThumb, FitsTheFirstPictureIntoItsBox) {
         return identified(madeOf(file.substr(file.find(':') + 1)),
                           "%wx%h %[fx:u.p{w/4,h/4}.r>.8] %[fx:u.p{w/4,h/4}.g>.8]");
     };
-    for (const std::string type : {"jpg", "png", "webp", "tiff", "bmp", "heic"}) {
+    for (const std::string type : {"jpg", "png", "webp", "tiff", "bmp", "heic", "jp2"}) {
         EXPECT_EQ(shown("-scale 3000x2000 large." + type), "1024x683 1 0") << type;
         EXPECT_EQ(shown("-scale 200x9000! tall." + type), "23x1024 1 0") << type;
     }
     EXPECT_EQ(shown("-scale 9000x1! wide.jpg"), "1024x1 1 0");
+    EXPECT_EQ(shown("-scale 61x41! odd.bmp"), "61x41 1 0");
+    shell("cd download/7 && vips black vast.png 12000 8000");
+    EXPECT_EQ(identified(madeOf("vast.png")), "JPEG 1024x683");
     for (const char* photo : {"-size 60x40 xc:blue xc:lime moving.gif", "-size 30x30 xc:blue pages.tiff", "odd.jpe",
                               "-size 60x40 xc:blue moving.webp", "PNG:named.jpg", "JPEG:named.png"}) {
         EXPECT_EQ(shown(photo), "60x40 1 0") << photo;
@@ -65,6 +68,7 @@ TEST_F(ConvertThumb, ShowsWhatIsToBeSeenOfTransparentPictures) {
         shell("cd download/7 && convert " + photo);
         return identified(madeOf(words(photo).back()), "%[fx:round(4*u.p{3,3}.g)] %[fx:round(4*u.p{30,20}.g)]");
     };
+    EXPECT_EQ(shown(clear + "clear.png"), "4 4");
     EXPECT_EQ(shown(clear + "-fill black" + spot + "black.png"), "4 0");
     EXPECT_EQ(shown(clear + "-background black -fill '#808080'" + spot + "back.png"), "4 2");
     for (const char* type : {"png", "webp", "gif", "tiff"}) {
@@ -94,8 +98,9 @@ TEST_F(ConvertThumb, ShowsWhatMissesLittleOfItsLines) {
         for (const double part : {enough, tooLittle}) {
             const auto length = static_cast<std::size_t>(part * static_cast<double>(whole.size()));
             std::string photo = whole.substr(0, ends ? length : whole.size());
-            std::fill(photo.begin() + static_cast<std::ptrdiff_t>(length),
-                      std::min(photo.end(), photo.begin() + length + 99), '\xff');
+            for (std::size_t at = length; at < std::min(photo.size(), length + 99); ++at) {
+                photo[at] = at % 2 == 0 ? '\xff' : '\0'; // no code of a JPEG, and no marker
+            }
             const std::string shown = madeOfBytes(photo);
             EXPECT_EQ(run.status, part == tooLittle ? 1 : 0) << options << coder << part << run.errors;
             EXPECT_EQ(identified(shown, upperPart), part == tooLittle ? "" : upper) << options << coder << part;
