@@ -6,8 +6,8 @@
 // unfinished file, whose name ends in .part, what is missing counts too. With --debug_mode the decoder's own messages
 // go to standard error too. Exit status: 0 printed; otherwise nothing is printed, see ExitStatus in diagnosis.h.
 
+#include "programs/confinement/confinement.h"
 #include "programs/duration/filmLength.h"
-#include "programs/duration/selfConfinement.h"
 #include "programs/front/diagnosis.h"
 #include "programs/front/taskInput.h"
 #include "programs/media/mediaFile.h"
@@ -60,10 +60,9 @@ void endInTime(int /*signal*/) {
     MediaFile::stopReading();
 }
 
-bool confine(int input) {
-    constexpr rlim_t kBytes = 256 << 20;
-    constexpr rlim_t kSeconds = 5;
-    return std::signal(SIGXCPU, endInTime) != SIG_ERR && limitResources(kBytes, kSeconds) && allowOnlyReading(input);
+bool confineItself() {
+    constexpr Limits kLimits = {320 << 20, 5, RLIM_INFINITY};
+    return std::signal(SIGXCPU, endInTime) != SIG_ERR && limitResources(kLimits) && confine(Liberty::systemLog);
 }
 
 int fail(ExitStatus status, const std::string& path, const std::string& what) {
@@ -87,8 +86,8 @@ int printDuration(const std::string& path, bool verbose) {
         return fail(kBadInput, path, std::strerror(errno)); // NOLINT(concurrency-mt-unsafe): one thread
     }
     openlog(kProgram, LOG_PID | LOG_NDELAY, LOG_USER); // the last socket this process can open
-    if (!confine(media.get())) {
-        return fail(kNoSandbox, path, "the kernel takes no limit or no system call filter");
+    if (!confineItself()) {
+        return fail(kNotConfined, path, "the kernel takes no limit or no system call filter");
     }
     av_log_set_level(verbose ? AV_LOG_INFO : AV_LOG_QUIET);
     errno = 0;

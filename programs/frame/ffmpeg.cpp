@@ -5,10 +5,11 @@
 // Takes exactly this command line. PICTURE is TASK/FOLDER/NAME and VIDEO lies below TASK. The picture is the first
 // intra-coded frame at or after SECOND, or the last one before it when none follows, as a player shows it, with at most
 // 1080 pixels; FILTER says the same in short. Of a VIDEO whose name ends in .part bytes may be missing. frameDecoder
-// does the work in a sandbox and never sees a name. Exit status: ExitStatus in diagnosis.h.
+// does the work, confined, and never sees a name. Exit status: ExitStatus in diagnosis.h.
 
 #include "programs/front/diagnosis.h"
 #include "programs/front/taskInput.h"
+#include "programs/picture/newPicture.h"
 #include "programs/picture/pictureFront.h"
 
 #include <unistd.h>
@@ -37,7 +38,6 @@ constexpr int kSecond = 2;
 constexpr int kLimit = 4;
 constexpr int kVideo = 6;
 constexpr int kPicture = 17;
-constexpr const char* kDecoder = "/usr/vexo/libexec/frameDecoder";
 
 bool isExpected(int argc, char** argv) {
     return argc == 1 + static_cast<int>(kWords.size()) &&
@@ -56,8 +56,9 @@ int number(std::string_view text) {
 }
 
 Worker frameWorker(const char* second, int limit, bool unfinished) {
-    Worker worker;
-    worker.argv = {kDecoder, second};
+    constexpr rlim_t kMostBytes = std::uint64_t{2} << 30U;
+    constexpr rlim_t kMostSeconds = 15;
+    Worker worker = {{VEXODL_FRAME_DECODER, second}, {kMostBytes, kMostSeconds, kMostPictureBytes}};
     if (unfinished) {
         worker.argv.emplace_back("unfinished");
     }

@@ -1,15 +1,15 @@
-// frameDecoder: the picture of one second of one video, decoded; ffmpeg runs it in its sandbox.
+// frameDecoder: the picture of one second of one video, decoded; the worker of ffmpeg.
 //
 //   frameDecoder SECOND [unfinished] <VIDEO >PICTURE
 //
-// VIDEO is read by its descriptor, in any order; of an unfinished one bytes may be missing. PICTURE is a JPEG. One byte
-// on descriptor 3, and then exit status 0, tell that PICTURE is whole; else the exit status is 1, with the reason as
-// the last line on standard error.
+// VIDEO is read by its descriptor, in any order; of an unfinished one bytes may be missing. PICTURE is a JPEG. It
+// confines itself before it reads. Its word on descriptor 3 (lifeline.h), and then exit status 0, tell that PICTURE is
+// whole; else the exit status is 1, with the reason as the last line on standard error.
 
+#include "programs/confinement/lifeline.h"
 #include "programs/frame/frameSearch.h"
 #include "programs/frame/jpegPicture.h"
 #include "programs/media/messages.h"
-#include "programs/picture/sandbox.h"
 
 #include <malloc.h>
 #include <sys/mman.h>
@@ -58,7 +58,7 @@ void makePicture(int second, Download download) {
     const Libav<AVFrame> frame = findFrame(file, second);
     const Libav<AVPacket> picture = makeJpeg(*frame, file.video(), file.pixelRatio(*frame));
     writeAll(picture->data, static_cast<std::size_t>(picture->size));
-    (void)!write(kLifeline, "", 1); // without one who listens there, the exit status tells
+    tell(Word::whole);
 }
 
 int fail(const char* what) {
@@ -76,6 +76,7 @@ int main(int argc, char** argv) {
     }
     prepareMemory();
     collectMessages();
+    confineWorker(Liberty::none);
     try {
         const int second = std::atoi(argv[1]); // NOLINT(cert-err34-c): ffmpeg has checked it
         makePicture(second, unfinished ? Download::unfinished : Download::finished);

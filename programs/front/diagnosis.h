@@ -10,7 +10,7 @@ enum ExitStatus : int {
     kUsage = 2,           ///< the command line is not the one the program takes
     kBadInput = 3,        ///< the input is missing, no regular file, or outside the task's directory
     kBadOutput = 4,       ///< the picture or the length could not be written
-    kNoSandbox = 5,       ///< the sandbox, or the kernel's filter, is missing or refused; nothing was read
+    kNotConfined = 5,     ///< the decoder did not start, or the kernel refused to confine it; nothing was read
     kLimitReached = 6,    ///< time, processor time, memory or size ran out
     kEndedBySignal = 128, ///< plus the number of the signal that ended the program
 };

@@ -4,9 +4,10 @@
 //
 // Takes exactly this command line. PICTURE is TASK/FOLDER/NAME and PHOTO lies below TASK. PICTURE shows the photo as a
 // colour-managed viewer does: upright, in sRGB, with at most 1024 pixels a side. jpegDecoder or imageDecoder does the
-// work in a sandbox and never sees a name. Exit status: ExitStatus in diagnosis.h.
+// work, confined, and never sees a name. Exit status: ExitStatus in diagnosis.h.
 
 #include "programs/front/diagnosis.h"
+#include "programs/picture/newPicture.h"
 #include "programs/picture/pictureFront.h"
 
 #include <unistd.h>
@@ -29,15 +30,12 @@ Worker photoWorker(int input) {
     constexpr std::array<unsigned char, 3> kJpeg = {0xFF, 0xD8, 0xFF};
     std::array<unsigned char, 3> head = {};
     const ssize_t count = pread(input, head.data(), head.size(), 0);
-    Worker worker;
+    constexpr rlim_t kMostSeconds = 20;
     if (count == static_cast<ssize_t>(head.size()) && head == kJpeg) {
-        worker.argv = {"/usr/vexo/libexec/jpegDecoder"};
-        worker.addressSpaceBytes = std::uint64_t{1} << 30U;
-    } else {
-        worker.argv = {"/usr/vexo/libexec/imageDecoder"};
-        worker.addressSpaceBytes = std::uint64_t{1280} << 20U; // a quarter is its libraries
+        return {{"/usr/vexo/libexec/jpegDecoder"}, {std::uint64_t{1} << 30U, kMostSeconds, kMostPictureBytes}};
     }
-    return worker;
+    constexpr rlim_t kMostBytes = std::uint64_t{1280} << 20U; // a quarter is its libraries
+    return {{"/usr/vexo/libexec/imageDecoder"}, {kMostBytes, kMostSeconds, kMostPictureBytes}};
 }
 
 } // namespace
@@ -48,5 +46,6 @@ int main(int argc, char** argv) {
                                        "-colorspace sRGB PICTURE");
         return kUsage;
     }
-    return makePicture({"convert-thumb", argv[1], argv[argc - 1]}, photoWorker);
+    constexpr std::uint64_t kMostBytes = std::uint64_t{2} << 30U; // a tenth is much for a photo
+    return makePicture({"convert-thumb", argv[1], argv[argc - 1], kMostBytes}, photoWorker);
 }

@@ -1,20 +1,22 @@
-// imageDecoder: the small picture of one photo that is no JPEG; convert-thumb runs it in its sandbox.
+// imageDecoder: the small picture of one photo that is no JPEG; a worker of convert-thumb.
 //
 //   imageDecoder <PHOTO >PICTURE
 //
 // PHOTO is read by its descriptor, in any order. PICTURE is a JPEG, upright, in sRGB, at most 1024 pixels wide and
-// high. One byte on descriptor 3, and then exit status 0, tell that PICTURE is whole; else the exit status is another
-// one of ExitStatus in diagnosis.h, with the reason as one line on standard error.
+// high. It confines itself before it reads. Its word on descriptor 3 (lifeline.h), and then exit status 0, tell that
+// PICTURE is whole; else the exit status is another one of ExitStatus in diagnosis.h, with the reason as one line on
+// standard error.
 
+#include "programs/confinement/lifeline.h"
 #include "programs/front/diagnosis.h"
 #include "programs/photo/bitmapFile.h"
 #include "programs/photo/photoLimits.h"
 #include "programs/photo/smallPicture.h"
-#include "programs/picture/sandbox.h"
 
 #include <gmodule.h>
 #include <libheif/heif.h>
 #include <malloc.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -70,19 +72,42 @@ void allowLoaders() {
     }
 }
 
+/// Whether this process may have memory that is executable and writable.
+bool canHaveExecutableMemory() {
+    constexpr std::size_t kBytes = 1;
+    void* const memory = mmap(nullptr, kBytes, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return memory != MAP_FAILED && munmap(memory, kBytes) == 0;
+}
+
+/// libvips 8.14 writes code for what it shrinks, into executable memory that it takes once and keeps; without any it
+/// aborts. So it takes it here, or does without where there is none, which costs a tenth more.
+bool startLibvips() {
+    const bool canWriteCode = canHaveExecutableMemory();
+    if (!canWriteCode) {
+        setenv("VIPS_NOVECTOR", "1", 1);
+    }
+    setenv("VIPSHOME", "/", 1); // no modules there
+    if (VIPS_INIT("imageDecoder") != 0) {
+        return false;
+    }
+    vips_cache_set_max(0);
+    vips_concurrency_set(1);
+    if (canWriteCode) {
+        (void)vips::VImage::black(4, 4).reducev(2); // computes nothing, which would start threads
+    }
+    return true;
+}
+
 /// All that opens files: libraries, decoders, the time zone. It comes before the first byte of the photo is read, so
 /// that what decodes the photo needs nothing but memory and the two descriptors.
 bool prepare() {
     mallopt(M_ARENA_MAX, 1); // to give back memory of another the C library opens a file
     silenceLibraries();
-    setenv("VIPSHOME", "/", 1); // no modules there
-    if (VIPS_INIT("imageDecoder") != 0) {
+    if (!startLibvips()) {
         return false;
     }
     loadModules();
     allowLoaders();
-    vips_cache_set_max(0);
-    vips_concurrency_set(1);
     heif_init(nullptr);
     tzset();
     prepareBitmaps();
@@ -108,12 +133,14 @@ int main() {
     }
     try {
         const vips::VTarget output = vips::VTarget::new_to_descriptor(STDOUT_FILENO);
-        const vips::VImage picture = smallPicture(vips::VSource::new_from_descriptor(STDIN_FILENO));
+        const vips::VSource input = vips::VSource::new_from_descriptor(STDIN_FILENO);
+        confineWorker(Liberty::threads);
+        const vips::VImage picture = smallPicture(input);
         picture.jpegsave_target(output, vips::VImage::option()
                                             ->set("Q", 90)
                                             ->set("subsample_mode", VIPS_FOREIGN_SUBSAMPLE_OFF)
                                             ->set("strip", true));
-        (void)!write(kLifeline, "", 1); // without one who listens there, the exit status tells
+        tell(Word::whole);
         return kMade;
     } catch (const vips::VError& error) {
         return fail(kNoPicture, "the picture cannot be decoded",

@@ -1,15 +1,16 @@
-// jpegDecoder: a small picture of one JPEG photo; convert-thumb runs it in its sandbox.
+// jpegDecoder: a small picture of one JPEG photo; a worker of convert-thumb.
 //
 //   jpegDecoder <PHOTO >PICTURE
 //
-// PHOTO is read forward once. PICTURE is a JPEG as a colour-managed viewer shows the photo: upright, in sRGB. One byte
-// on descriptor 3, and then exit status 0, tell that PICTURE is whole; else the exit status is another one of
-// ExitStatus in diagnosis.h, with the reason as the last line on standard error.
+// PHOTO is read forward once. PICTURE is a JPEG as a colour-managed viewer shows the photo: upright, in sRGB. It
+// confines itself before it reads. Its word on descriptor 3 (lifeline.h), and then exit status 0, tell that PICTURE is
+// whole; else the exit status is another one of ExitStatus in diagnosis.h, with the reason as the last line on standard
+// error.
 
 #include "programs/colour/colourConversion.h"
+#include "programs/confinement/lifeline.h"
 #include "programs/front/diagnosis.h"
 #include "programs/photo/jpegPhoto.h"
-#include "programs/picture/sandbox.h"
 
 #include <lcms2.h>
 #include <unistd.h>
@@ -251,7 +252,7 @@ void makePicture() {
     if (std::fflush(stdout) != 0) {
         throw std::runtime_error("cannot write the picture");
     }
-    (void)!write(kLifeline, "", 1); // without one who listens there, the exit status tells
+    tell(Word::whole);
 }
 
 int fail(ExitStatus status, const char* what) {
@@ -262,6 +263,7 @@ int fail(ExitStatus status, const char* what) {
 } // namespace
 
 int main() {
+    confineWorker(Liberty::none);
     try {
         makePicture();
         return kMade;

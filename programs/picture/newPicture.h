@@ -2,7 +2,10 @@
 
 #include "util/descriptor.h"
 
+#include <cstddef>
 #include <string>
+
+constexpr std::size_t kMostPictureBytes = std::size_t{8} << 20U;
 
 /// A picture on its way into a directory: a hidden file beside the final name, which takes the name only when it is
 /// whole. Destroyed before publish() succeeded, it leaves nothing behind; what a killed run left, the next one removes.

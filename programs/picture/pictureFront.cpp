@@ -5,6 +5,7 @@
 #include "programs/picture/newPicture.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
@@ -31,8 +32,8 @@ int failByOutcome(const PictureOrder& order, const Outcome& outcome) {
         return fail(order, kLimitReached, outcome.limit() + " was reached" + said);
     }
     switch (outcome.end) {
-    case Outcome::End::noSandbox:
-        return fail(order, kNoSandbox, "no sandbox to decode in" + said);
+    case Outcome::End::notConfined:
+        return fail(order, kNotConfined, "no decoder that is confined" + said);
     case Outcome::End::interrupted:
         (void)fail(order, kEndedBySignal, "ended by signal " + std::to_string(outcome.status));
         return kEndedBySignal + outcome.status;
@@ -44,7 +45,7 @@ int failByOutcome(const PictureOrder& order, const Outcome& outcome) {
 }
 
 int makeIn(const PictureOrder& order, const Descriptor& input, const Worker& worker, NewPicture& picture) {
-    const Outcome outcome = runSandboxed(worker, input.get(), picture.descriptor().get());
+    const Outcome outcome = runWorker(worker, input.get(), picture.descriptor().get());
     if (!outcome.succeeded()) {
         return failByOutcome(order, outcome);
     }
@@ -69,6 +70,10 @@ int makePicture(const PictureOrder& order, const WorkerChoice& chooseWorker) {
     const Descriptor input = openTaskInput(taskDirectory, pathBelow(task, order.source));
     if (!input) {
         return fail(order, kBadInput, systemError("cannot open it as a regular file of the task"));
+    }
+    struct stat status = {};
+    if (fstat(input.get(), &status) != 0 || static_cast<std::uint64_t>(status.st_size) > order.mostBytes) {
+        return fail(order, kLimitReached, "the limit of " + std::to_string(order.mostBytes) + " bytes was reached");
     }
     const Descriptor pictures = openBelow(taskDirectory, pathBelow(task, folder), O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
     NewPicture picture(pictures, order.target.substr(folder.size() + 1));

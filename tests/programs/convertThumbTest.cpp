@@ -171,14 +171,19 @@ TEST_F(ConvertThumb, TellsByItsExitStatusWhatFailed) {
     }
 }
 
-TEST_F(ConvertThumb, WantsItsCommandLineAndItsSandbox) {
+TEST_F(ConvertThumb, WantsItsCommandLineAndItsDecoder) {
     fs::copy_file("sample.jpg", task / "a.jpg");
     const std::vector<std::string> right = commandLine(task / "a.jpg", picture);
     expectNoOther(right);
     EXPECT_EQ(runProgram(commandLine(task / "a.jpg", "1.jpeg")).status, 2); // a picture wants a folder of its task
-    std::vector<std::string> caged = words("bwrap --dev-bind / / --unshare-user --disable-userns");
-    caged.insert(caged.end(), right.begin(), right.end());
-    EXPECT_EQ(made(caged), "");
+    const auto within = [&](const std::string& place) {
+        std::vector<std::string> argv = words("bwrap --unshare-user --disable-userns --bind / / " + place);
+        argv.insert(argv.end(), right.begin(), right.end());
+        return made(argv);
+    };
+    EXPECT_EQ(within("--tmpfs /proc --dev /dev"), made(right));
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(within("--tmpfs /usr/vexo/libexec"), "");
     EXPECT_EQ(run.status, 5);
 }
 
