@@ -1,9 +1,7 @@
 #include "programs/front/taskInput.h"
 
 #include <fcntl.h>
-#include <linux/openat2.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 
 #include <cerrno>
 
@@ -11,6 +9,14 @@ namespace {
 
 /// Opening with these does not wait, whatever the file is.
 constexpr int kReadAnything = O_RDONLY | O_NONBLOCK | O_NOCTTY;
+
+Descriptor openPart(int directory, std::string_view name, int flags) {
+    if (name.empty() || name == "." || name == "..") {
+        errno = EINVAL;
+        return {};
+    }
+    return Descriptor(openat(directory, std::string(name).c_str(), flags | O_NOFOLLOW | O_CLOEXEC));
+}
 
 Descriptor regularOnly(Descriptor file) {
     struct stat status = {};
@@ -31,18 +37,21 @@ Descriptor openTaskDirectory(const std::string& path) {
 }
 
 Descriptor openBelow(const Descriptor& directory, const std::string& relativePath, int flags) {
-    constexpr int kAttempts = 100; // the kernel answers EAGAIN when a rename anywhere crossed its walk
-    open_how how = {};
-    how.flags = static_cast<unsigned>(flags | O_CLOEXEC);
-    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
-    long number = -1;
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        number = syscall(SYS_openat2, directory.get(), relativePath.c_str(), &how, sizeof how);
-        if (number >= 0 || errno != EAGAIN) {
-            break;
-        }
+    if (!directory) {
+        return {};
     }
-    return Descriptor(static_cast<int>(number));
+    std::string_view rest = relativePath;
+    Descriptor folder;
+    int from = directory.get();
+    for (std::size_t slash = rest.find('/'); slash != std::string_view::npos; slash = rest.find('/')) {
+        folder = openPart(from, rest.substr(0, slash), O_PATH | O_DIRECTORY);
+        if (!folder) {
+            return {};
+        }
+        from = folder.get();
+        rest.remove_prefix(slash + 1);
+    }
+    return openPart(from, rest, flags);
 }
 
 Descriptor openTaskInput(const Descriptor& taskDirectory, const std::string& relativePath) {

@@ -13,8 +13,9 @@
 /// Opens the directory of a task. Its last component must not be a symbolic link (ENOTDIR or ELOOP).
 Descriptor openTaskDirectory(const std::string& path);
 
-/// Opens a directory or file `relativePath` below `directory` with the given open(2) flags. Symbolic links are followed
-/// as long as they stay below it; one that leads out, an absolute one, and ".." above it fail with EXDEV.
+/// Opens a directory or file `relativePath` below `directory` with the given open(2) flags, part by part. No symbolic
+/// link is followed (ENOTDIR or ELOOP), so nobody who swaps directories meanwhile can lead out of it. A part that is
+/// empty, "." or ".." is refused (EINVAL). Below an empty `directory` there is nothing; errno stays as it is.
 Descriptor openBelow(const Descriptor& directory, const std::string& relativePath, int flags);
 
 /// Opens a regular file below the task's directory for reading. Anything else, a FIFO included, fails at once

@@ -161,9 +161,9 @@ TEST_F(ConvertThumb, TellsByItsExitStatusWhatFailed) {
         EXPECT_EQ(run.errors.find('\x1b'), std::string::npos);
         EXPECT_TRUE(fs::is_empty("/srv/download/8/pictures")) << source;
     };
-    expectStatus(0, "7/in.jpg", pictures);
+    expectStatus(0, "7/a.jpg", pictures);
     for (const char* source :
-         {"7/no\nsuch\x1b\xff", "7/fifo", "7/out.jpg", "7/outer/a.jpg", "7/../8/a.jpg", "8/a.jpg"}) {
+         {"7/no\nsuch\x1b\xff", "7/fifo", "7/in.jpg", "7/out.jpg", "7/outer/a.jpg", "7/../8/a.jpg", "8/a.jpg"}) {
         expectStatus(3, source, pictures);
     }
     for (const char* folder : {"none", "linked", "inner"}) {
