@@ -8,17 +8,32 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <memory>
+#include <string_view>
 
 namespace {
 
-constexpr const char* kHiddenPrefix = ".newPicture.";
+constexpr std::string_view kHiddenPrefix = ".newPicture.";
+
+/// Whether a name is ".newPicture.PROCESS.ATTEMPT", two numbers.
+bool isHiddenName(std::string_view name) {
+    if (name.substr(0, kHiddenPrefix.size()) != kHiddenPrefix) {
+        return false;
+    }
+    name.remove_prefix(kHiddenPrefix.size());
+    const std::size_t point = name.find('.');
+    const auto isNumber = [](std::string_view text) {
+        return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
+    };
+    return point != std::string_view::npos && isNumber(name.substr(0, point)) && isNumber(name.substr(point + 1));
+}
 
 /// Removes a hidden file whose maker has died. A living maker, and its worker, hold a lock on theirs.
 void removeIfAbandoned(int directory, const char* name) {
     const Descriptor file(openat(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
+    struct stat status = {};
+    if (file && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
+        flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
         unlinkat(directory, name, 0);
     }
 }
@@ -30,7 +45,7 @@ void removeAbandoned(int directory) {
         return;
     }
     while (const dirent* entry = readdir(listing.get())) { // NOLINT(concurrency-mt-unsafe): a listing of its own
-        if (std::strncmp(entry->d_name, kHiddenPrefix, std::strlen(kHiddenPrefix)) == 0) {
+        if (isHiddenName(entry->d_name)) {
             removeIfAbandoned(directory, entry->d_name);
         }
     }
@@ -42,7 +57,7 @@ NewPicture::NewPicture(const Descriptor& directory, std::string name) : director
     constexpr int kAttempts = 100;
     removeAbandoned(directory_.get());
     for (int attempt = 0; attempt < kAttempts && !file_; ++attempt) {
-        hiddenName_ = kHiddenPrefix + std::to_string(getpid()) + '.' + std::to_string(attempt);
+        hiddenName_ = std::string(kHiddenPrefix) + std::to_string(getpid()) + '.' + std::to_string(attempt);
         if (!create() && errno != EEXIST) {
             break;
         }

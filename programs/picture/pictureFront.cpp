@@ -54,7 +54,10 @@ int makeIn(const PictureOrder& order, const Descriptor& input, const Worker& wor
     }
     errno = outcome.storeError;
     const bool stored = errno == 0 && picture.publish();
-    return stored ? kMade : fail(order, kBadOutput, systemError("cannot store the picture"));
+    return stored
+               ? kMade
+               : fail(order, kBadOutput,
+                      errno == EISDIR ? "a directory has the picture's name" : systemError("cannot store the picture"));
 }
 
 } // namespace

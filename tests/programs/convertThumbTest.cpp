@@ -171,6 +171,18 @@ TEST_F(ConvertThumb, TellsByItsExitStatusWhatFailed) {
     }
 }
 
+TEST_F(ConvertThumb, RemovesNoFileButItsOwn) {
+    fs::copy_file("sample.jpg", task / "a.jpg");
+    shell("cd download/7/vexodlthumbnail && touch .newPicture.txt .newPicture.1.2.jpg .newPicture.1 .newPicture..2 "
+          ".newPicture.1. a.newPicture.1.2 && mkdir .newPicture.3.4 3_0.jpeg && mkfifo .newPicture.5.6");
+    const std::string others = runProgram({"ls", "-A", pictures}).output;
+    shell("touch download/7/vexodlthumbnail/.newPicture.1.2");
+    run = runProgram(commandLine(task / "a.jpg", picture));
+    EXPECT_EQ(run.status, 4);
+    EXPECT_EQ(run.errors, "convert-thumb: /srv/download/7/a.jpg: a directory has the picture's name\n");
+    EXPECT_EQ(runProgram({"ls", "-A", pictures}).output, others);
+}
+
 TEST_F(ConvertThumb, WantsItsCommandLineAndItsDecoder) {
     fs::copy_file("sample.jpg", task / "a.jpg");
     const std::vector<std::string> right = commandLine(task / "a.jpg", picture);
