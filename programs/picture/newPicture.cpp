@@ -1,11 +1,12 @@
 #include "programs/picture/newPicture.h"
 
+#include "programs/picture/jpegFile.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <memory>
@@ -88,14 +89,12 @@ NewPicture::~NewPicture() {
 }
 
 bool NewPicture::isComplete() const {
-    std::array<unsigned char, 3> head = {};
-    std::array<unsigned char, 2> tail = {};
-    const off_t size = lseek(file_.get(), 0, SEEK_END);
-    return size > static_cast<off_t>(head.size() + tail.size()) &&
-           pread(file_.get(), head.data(), head.size(), 0) == static_cast<ssize_t>(head.size()) &&
-           pread(file_.get(), tail.data(), tail.size(), size - static_cast<off_t>(tail.size())) ==
-               static_cast<ssize_t>(tail.size()) &&
-           head == std::array<unsigned char, 3>{0xFF, 0xD8, 0xFF} && tail == std::array<unsigned char, 2>{0xFF, 0xD9};
+    struct stat status = {};
+    if (fstat(file_.get(), &status) != 0 || status.st_size > static_cast<off_t>(kMostPictureBytes)) {
+        return false;
+    }
+    std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
+    return pread(file_.get(), bytes.data(), bytes.size(), 0) == status.st_size && isWholeJpeg(bytes);
 }
 
 bool NewPicture::publish() {

@@ -21,7 +21,7 @@ public:
     /// Open for reading and writing, to be filled from its start.
     [[nodiscard]] const Descriptor& descriptor() const { return file_; }
 
-    /// Whether the file is a JPEG picture from its start to its end marker.
+    /// Whether the file is one JPEG picture (isWholeJpeg()) of at most kMostPictureBytes.
     [[nodiscard]] bool isComplete() const;
 
     /// Gives the file, which is on the disk already, its name, replacing what has it, and makes that durable. False

@@ -1,6 +1,10 @@
 #include "tests/programs/programRun.h"
 
+#include <iostream>
+
 namespace {
+
+constexpr const char* kDecoder = "/usr/vexo/libexec/jpegDecoder";
 
 std::vector<std::string> commandLine(const std::string& source, const std::string& target) {
     return thumbCommand("/usr/vexo/bin/convert-thumb", source, target);
@@ -171,6 +175,34 @@ TEST_F(ConvertThumb, TellsByItsExitStatusWhatFailed) {
     }
 }
 
+/// The worker is this program (main() below), and delivers the photo's bytes as its picture, or a part of them.
+TEST_F(ConvertThumb, PublishesNothingButAWholePicture) {
+    const std::string whole = madeOfBytes(readFile("sample.jpg"));
+    const auto delivered = [&](const std::string& bytes) {
+        writeFile(task / "photo.jpg", bytes);
+        std::vector<std::string> argv = words("bwrap --dev-bind / / --ro-bind");
+        argv.insert(argv.end(), {fs::canonical("/proc/self/exe"), kDecoder});
+        const std::vector<std::string> command = commandLine(task / "photo.jpg", picture);
+        argv.insert(argv.end(), command.begin(), command.end());
+        return made(argv);
+    };
+    EXPECT_TRUE(delivered(whole) == whole) << run.errors;
+    for (std::size_t place = whole.find('\xff', 3); place != std::string::npos; place = whole.find('\xff', place + 1)) {
+        for (const std::size_t length : {place, place + 2}) { // a marker, if no zero follows
+            if (whole[place + 1] != '\0' && length < whole.size()) {
+                EXPECT_EQ(delivered(whole.substr(0, length)), "") << length;
+                EXPECT_NE(run.errors.find("wrote no whole picture"), std::string::npos) << run.errors;
+            }
+        }
+    }
+    EXPECT_EQ(delivered(whole + "<script>"), "");
+    std::string large = whole;
+    for (int i = 0; i < 129; ++i) { // comments of 8 MiB
+        large.insert(2, "\xff\xfe\xff\xff" + std::string(65533, ' '));
+    }
+    EXPECT_EQ(delivered(large), "");
+}
+
 TEST_F(ConvertThumb, RemovesNoFileButItsOwn) {
     fs::copy_file("sample.jpg", task / "a.jpg");
     shell("cd download/7/vexodlthumbnail && touch .newPicture.txt .newPicture.1.2.jpg .newPicture.1 .newPicture..2 "
@@ -219,3 +251,12 @@ TEST_F(ConvertThumb, LeavesNothingBehindWhenItIsKilled) {
 }
 
 } // namespace
+
+int main(int argc, char** argv) {
+    if (argv[0] == std::string(kDecoder)) { // confined and done, if its word counted
+        std::cout << std::cin.rdbuf() << std::flush;
+        return write(3, "cw", 2) == 2 ? 0 : 1;
+    }
+    testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
