@@ -96,7 +96,7 @@ void correctNames(Json::Value& files, const std::string& taskDirectory) {
             continue;
         }
         Json::Value& name = file["name"];
-        if (!staysBelow(toText(name))) {
+        if (!staysBelow(toText(name)) || isOfPreviews(toText(name))) {
             name = Json::Value(); // nobody can take it for a path, and the file's index still holds
         } else if (const auto other = otherNameOnDisk(taskDirectory, toText(name))) {
             name = *other;

@@ -7,6 +7,8 @@
 namespace host {
 namespace {
 
+constexpr std::string_view kPreviewFolder = "vexodlthumbnail"; // where the library makes it in the task's directory
+
 unsigned byteAt(std::string_view text, std::size_t at) {
     return static_cast<unsigned char>(text[at]);
 }
@@ -80,6 +82,12 @@ bool staysBelow(std::string_view name) {
         begin = end + 1;
     }
     return true;
+}
+
+bool isOfPreviews(std::string_view name) {
+    const std::string_view first = name.substr(0, name.find('/'));
+    const auto isSameLetter = [](char small, char other) { return small == (other | 0x20); }; // in any locale
+    return std::equal(kPreviewFolder.begin(), kPreviewFolder.end(), first.begin(), first.end(), isSameLetter);
 }
 
 std::optional<std::string> otherNameOnDisk(const std::string& directory, std::string_view name) {

@@ -129,8 +129,12 @@ TEST_F(TorrentEngine, NamesFilesAsTheyLieOnTheDisk) {
         {R"("\u1f60a")", R"("\u1f60a")"}, // both readings are characters; the one on the disk counts
         {R"("\u1f601\u30421")", R"("\ud83d\ude01\u30421")"},
     };
-    for (const char* name : {R"("")", R"("/etc/passwd")", R"("..")", R"("../a")", R"("a/../../8/a.mkv")", R"("a/./b")",
-                             R"("a//b")", R"("a/")", R"("a\u0000b")"}) {
+    for (const char* name : {R"("vexodlthumbnail2/x")", R"("a/vexodlthumbnail/x")", R"("vexodlthumbnail.part")"}) {
+        names.emplace_back(name, name);
+    }
+    for (const char* name :
+         {R"("vexodlthumbnail")", R"("VEXODLthumbNail/a/x.mkv")", R"("")", R"("/etc/passwd")", R"("..")", R"("../a")",
+          R"("a/../../8/a.mkv")", R"("a/./b")", R"("a//b")", R"("a/")", R"("a\u0000b")"}) {
         names.emplace_back(name, "null");
     }
     std::string reported = "[3";
