@@ -1,9 +1,9 @@
 // Counts or makes the thumbnails of one download task and shows the progress.
 
+#include "server/shownLog.h"
 #include "thumbnail/thumbnailGenerator.h"
 #include "util/printableText.h"
 
-#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -62,10 +62,10 @@ int fail(int task, const char* what) {
     return 1;
 }
 
-/// A stranger's name for a file, as a terminal may show it.
-std::string shown(const std::string& path) {
-    constexpr std::size_t kLongestPath = 4096;
-    return printable(path, kLongestPath);
+/// Foreign text, a file's name mostly, as a terminal may show it.
+std::string shown(std::string_view text) {
+    constexpr std::size_t kLongest = 4096;
+    return printable(text, kLongest);
 }
 
 /// Shows N of M: a bar on a terminal, a line per change elsewhere.
@@ -118,7 +118,7 @@ void printTable(const std::vector<Thumbnail>& rows, const std::vector<Thumbnail>
                                          [&row](const Thumbnail& p) { return p.file_index == row.file_index; });
         const std::string file = source == plan.end() ? std::to_string(row.file_index) : source->file_path;
         std::printf("%6d  %6d  %-12s  %-19s  %s\n", row.thumbnail_id, row.thumbnail_second,
-                    row.thumbnail_filename.c_str(), timeText(row.create_time).c_str(), shown(file).c_str());
+                    shown(row.thumbnail_filename).c_str(), timeText(row.create_time).c_str(), shown(file).c_str());
     }
 }
 
@@ -184,10 +184,10 @@ int main(int argc, char** argv) try {
         return kUsageStatus;
     }
     if (command->debug) {
-        openlog("makeThumbnails", LOG_PERROR, LOG_USER);
+        showLog("makeThumbnails");
     }
     return command->generate ? generate(*command) : count(*command);
 } catch (const std::exception& error) {
-    (void)std::fprintf(stderr, "makeThumbnails: %s\n", error.what());
+    (void)std::fprintf(stderr, "makeThumbnails: %s\n", shown(error.what()).c_str());
     return 1;
 }

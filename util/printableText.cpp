@@ -43,7 +43,7 @@ bool isPlain(char32_t code) {
     const bool isControl = code < 0x20 || (code >= 0x7F && code < 0xA0);
     const bool isDirection = code == 0x61C || code == 0x200E || code == 0x200F || (code >= 0x202A && code <= 0x202E) ||
                              (code >= 0x2066 && code <= 0x2069);
-    return !isControl && !isDirection && code != U'\\';
+    return !isControl && !isDirection;
 }
 
 std::string escaped(char byte) {

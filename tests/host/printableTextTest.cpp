@@ -7,7 +7,7 @@ TEST(PrintableText, EscapesWhatActsAndKeepsWhatIsSeen) {
     const std::pair<std::string_view, std::string> cases[] = {
         {seen, seen},
         {"\x1B[2J\n\x1F\x7F \xC2\x80\xC2\x9F", R"(\x1B[2J\x0A\x1F\x7F \xC2\x80\xC2\x9F)"},
-        {R"(an escape \x41)", R"(an escape \x5Cx41)"},
+        {R"(C:\a \x41)", R"(C:\a \x41)"},
         {"\u061C\u200E\u200F", R"(\xD8\x9C\xE2\x80\x8E\xE2\x80\x8F)"}, // directions
         {"\u202Agpj.\u202E \u2066\u2069", R"(\xE2\x80\xAAgpj.\xE2\x80\xAE \xE2\x81\xA6\xE2\x81\xA9)"},
         {"\xC1\xBF\xE0\x9F\xBF\xF0\x8F\xBF\xBF", R"(\xC1\xBF\xE0\x9F\xBF\xF0\x8F\xBF\xBF)"}, // longer than need be

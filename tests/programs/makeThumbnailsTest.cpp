@@ -1,0 +1,33 @@
+#include "tests/host/loopbackEngine.h"
+#include "tests/programs/programRun.h"
+
+namespace {
+
+// One picture is recorded, under a name that is foreign text as well; the other photo is none.
+TEST(MakeThumbnails, ShowsForeignTextAsItDoesNothingToATerminal) {
+    const std::string photo = R"("name":"a\n\u001b[2J\u009b\u202e\\b.jpg","length":1,"bytesCompleted":1})";
+    const LoopbackEngine engine([&](const std::string&) {
+        return success(R"([{"hashString":"aa","downloadDir":"/srv/download/7","files":[{)" + photo + ",{" + photo +
+                       R"(],"fileStats":[{"wanted":true},{"wanted":true}]}])");
+    });
+    setenv("VEXODL_RPC_URL", engine.url.c_str(), 1);
+    const std::string name = "a\n\x1B[2J\u009B\u202E\\b.jpg";
+    const std::string shown = R"(a\x0A\x1B[2J\xC2\x9B\xE2\x80\xAE\b.jpg)";
+    fs::create_directories("/srv/download/7");
+    writeFile("/srv/download/7/" + name, "x");
+    shell("{ cat /usr/src/downloadthumbnail/tests/host/database1.sql; echo 'UPDATE thumbnail SET task_id = 7,"
+          " file_index = 1, thumbnail_index = 0, thumbnail_filename = char(27) WHERE thumbnail_id = 1;'; }"
+          " | sqlite3 /srv/database/thumbnail.db");
+    for (const std::string debug : {"", "--debug "}) {
+        const ProgramRun run = runProgram(words("/usr/local/bin/makeThumbnails " + debug + "generate 7"));
+        EXPECT_EQ(run.status, 1);
+        EXPECT_NE(run.output.find(R"( \x1B )"), std::string::npos) << run.output;
+        EXPECT_NE(run.errors.find("missing: 0_0 of " + shown + "\n"), std::string::npos) << run.errors;
+        EXPECT_EQ(run.errors.find(" from [/srv/download/7/" + shown + "] ") != std::string::npos, !debug.empty())
+            << run.errors;
+        EXPECT_EQ((run.output + run.errors).find('\x1B'), std::string::npos);
+        EXPECT_EQ(run.errors.find("\n["), std::string::npos) << run.errors;
+    }
+}
+
+} // namespace
