@@ -28,7 +28,10 @@ std::int64_t toInt64(const Json::Value& value);
 /// A string, raw bytes.
 std::string_view toText(const Json::Value& value);
 
-/// Reads one JSON text, nested 32 deep at most: more would not fit the stack of a small thread.
+/// Would its tree take more memory than any honest text's? More than 4,000,000 values may.
+bool hasTooManyValues(std::string_view text);
+
+/// Reads one JSON text without too many values, nested 32 deep at most: more would not fit the stack of a small thread.
 ///
 /// @param text  a std::string, because the reader looks at the byte behind a malformed one.
 /// @return false when `text` is no JSON, or more than that; `value` stays as it was then.

@@ -17,6 +17,7 @@ namespace {
 constexpr long kStatusOk = 200;
 constexpr long kStatusConflict = 409;
 constexpr const char* kSessionIdHeader = "X-Transmission-Session-Id";
+constexpr const char* kTooLong = "the answer is too long";
 
 CURL* newHandle() {
     // The process may not have initialised libcurl yet, and two threads may come here first.
@@ -86,9 +87,10 @@ Json::Value RpcClient::call(const char* method, Json::Value arguments) {
     request["method"] = method;
     request["arguments"] = std::move(arguments);
 
+    const std::string text = exchange(asText(request));
     Json::Value answer;
-    if (!jsonAccess::parse(exchange(asText(request)), answer) || !answer.isObject()) {
-        fail("the answer is not a JSON object");
+    if (!jsonAccess::parse(text, answer) || !answer.isObject()) {
+        fail(jsonAccess::hasTooManyValues(text) ? kTooLong : "the answer is not a JSON object");
     }
     // A refused call, too, is answered with the HTTP status 200.
     const std::string_view result = jsonAccess::toText(jsonAccess::member(answer, "result"));
@@ -126,7 +128,7 @@ long RpcClient::post(const std::string& request) {
     error_.front() = '\0';
     const CURLcode code = curl_easy_perform(handle);
     if (code != CURLE_OK) {
-        fail(tooLong_ ? "the answer is too long" : error_.front() != '\0' ? error_.data() : curl_easy_strerror(code));
+        fail(tooLong_ ? kTooLong : error_.front() != '\0' ? error_.data() : curl_easy_strerror(code));
     }
     long status = 0;
     curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);

@@ -13,9 +13,9 @@ namespace host {
 
 /// Bounds of one conversation with the torrent engine.
 struct RpcLimits {
-    std::chrono::milliseconds connect{5000};             ///< to reach the engine
-    std::chrono::milliseconds total{30000};              ///< for the whole conversation
-    std::size_t replyBytes = std::size_t{256} * 1048576; ///< of one reply, decompressed
+    std::chrono::milliseconds connect{5000};            ///< to reach the engine
+    std::chrono::milliseconds total{30000};             ///< for the whole conversation
+    std::size_t replyBytes = std::size_t{64} * 1048576; ///< of one reply, decompressed
 };
 
 /// One conversation with a torrent engine that speaks Transmission's RPC, over one connection and within one deadline,

@@ -91,7 +91,11 @@ TEST_F(TorrentEngine, PassesOnTheAnswerOrSaysWhyThereIsNone) {
         {"HTTP status 401 (", {{http(401, "no")}}},
         {"HTTP status 409 (", {{newSession, newSession}, {http(409, "no id")}}},
         {"the answer is not a JSON object (http://127.0.0.1:",
-         {{http(200, "<html>")}, {http(200, "[]")}, {http(200, "{} x")}, {http(200, std::string(2000, '['))}}},
+         {{http(200, "<html>")},
+          {http(200, "[]")},
+          {http(200, "{} x")},
+          {http(200, "{}//")},
+          {http(200, std::string(2000, '['))}}},
         {"the answer is too long", {{http(200, std::string(6001, ' '))}}},
         {"refused: no method name (", {{http(200, R"({"result":"no method name"})")}}},
         {"refused: no result (", {{http(200, "{}")}}},
@@ -112,6 +116,24 @@ TEST_F(TorrentEngine, PassesOnTheAnswerOrSaysWhyThereIsNone) {
     EXPECT_EQ(ask().rfind("Failed to connect to 127.0.0.1 port", 0), 0U);
     settings.url = "file:///etc/passwd";
     EXPECT_EQ(ask().rfind("Protocol \"file\"", 0), 0U);
+}
+
+TEST_F(TorrentEngine, TakesLargeTasksAndNoAnswerThatWouldFillTheMemory) {
+    const auto list = [](int count, const std::string& item) {
+        std::string text = item;
+        for (int more = 1; more < count; ++more) {
+            text.append(",").append(item);
+        }
+        return text;
+    };
+    const std::string files = list(100000, R"({"beginPiece":1,"bytesCompleted":7,"endPiece":9,"length":5000000000,)"
+                                           R"("name":"A name\\,[{\",[{,[{,[{,[{,[{,[{,[{,[{,[{,[{,[{,[{,[{.mkv"})");
+    const std::string stats = list(100000, R"({"bytesCompleted":7,"priority":0,"wanted":true})");
+    const std::string task = R"([{"fileStats":[)" + stats + R"(],"files":[)" + files + R"(],"hashString":"aa"}])";
+    EXPECT_TRUE(ask({found, success(task)}) == task); // not 18 MB of what differs
+    for (const char* item : {"0", "[]", R"("\"")", R"({"":{}})"}) {
+        expectAnswer({http(200, "[" + list(5000000, item) + "]")}, "the answer is too long (");
+    }
 }
 
 TEST_F(TorrentEngine, NamesFilesAsTheyLieOnTheDisk) {
