@@ -5,11 +5,13 @@
 #include "host/systemLog.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
+#include <sqlite3.h>
 
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -17,6 +19,10 @@
 namespace {
 
 constexpr int kBusyTimeoutMilliseconds = 10000;
+
+// A task has 30 thumbnails: what is beyond these was not written by a caller. Together they are 160 MiB.
+constexpr int kMaxRowBytes = 16384;
+constexpr Json::ArrayIndex kMaxRows = 10000;
 
 /// @return the names of the columns, each with `before` in front, as a list of SQL.
 std::string columns(const std::string& before = "") {
@@ -27,8 +33,10 @@ std::string columns(const std::string& before = "") {
     return list;
 }
 
+/// One row more than a task may have. The order is made of these alone, whatever the file's index leads to.
 std::string selectText() {
-    return "SELECT thumbnail_id, " + columns() + " FROM thumbnail WHERE task_id = ? ORDER BY thumbnail_id";
+    return "SELECT * FROM (SELECT thumbnail_id, " + columns() + " FROM thumbnail WHERE task_id = ? LIMIT " +
+           std::to_string(kMaxRows + 1) + ") ORDER BY thumbnail_id";
 }
 
 // The picture of a thumbnail made twice has been overwritten under the same name: the row tells of the later one and
@@ -55,16 +63,39 @@ SQLite::Database openDatabase() {
     const std::string path = host::setting("VEXODL_DATABASE", "/var/lib/vexodl/thumbnail.db");
     makeFile(path);
     SQLite::Database database(path, SQLite::OPEN_READWRITE, kBusyTimeoutMilliseconds);
+    sqlite3_limit(database.getHandle(), SQLITE_LIMIT_LENGTH, kMaxRowBytes);
     // A commit has reached the disk when it returns, the journal's removal included.
     database.exec("PRAGMA synchronous = EXTRA");
     return database;
 }
 
-/// @return the file's version, 0 for a new file. Throws for a file of a later release.
+/// Takes the steps from one version of the schema to another.
+void takeSteps(SQLite::Database& database, int first, int last) {
+    for (int version = first; version < last; ++version) {
+        database.exec(host::kSchemaSteps.at(static_cast<std::size_t>(version)));
+    }
+}
+
+/// @return the definitions of the table of thumbnails and of all that belongs to it: indexes and triggers.
+std::string schemaOf(SQLite::Database& database) {
+    return database
+        .execAndGet("SELECT coalesce(group_concat(type || ' ' || name || ' ' || sql, char(10)), '')"
+                    " FROM (SELECT * FROM sqlite_schema WHERE sql IS NOT NULL"
+                    " AND tbl_name = 'thumbnail' COLLATE NOCASE ORDER BY name)")
+        .getString();
+}
+
+/// @return the file's version, 0 for a new file. Throws for a file of a later release, and for one whose table is
+/// not that version's: a view in its place need not have an end.
 int schemaVersion(SQLite::Database& database) {
     const int version = database.execAndGet("PRAGMA user_version").getInt();
     if (version < 0 || version > host::kSchemaVersion) {
         throw std::runtime_error("the database has schema version " + std::to_string(version));
+    }
+    SQLite::Database model(":memory:", SQLite::OPEN_READWRITE);
+    takeSteps(model, 0, version);
+    if (schemaOf(database) != schemaOf(model)) {
+        throw std::runtime_error("the database's table is not that of version " + std::to_string(version));
     }
     return version;
 }
@@ -72,9 +103,7 @@ int schemaVersion(SQLite::Database& database) {
 /// Leads a file of any earlier version to the newest one. The caller's transaction holds the write lock.
 void migrate(SQLite::Database& database) {
     const int before = schemaVersion(database);
-    for (int version = before; version < host::kSchemaVersion; ++version) {
-        database.exec(host::kSchemaSteps.at(static_cast<std::size_t>(version)));
-    }
+    takeSteps(database, before, host::kSchemaVersion);
     if (before < host::kSchemaVersion) {
         database.exec("PRAGMA user_version = " + std::to_string(host::kSchemaVersion));
     }
@@ -134,11 +163,13 @@ Json::Value rowOf(SQLite::Statement& select) {
 Json::Value rowsOf(int taskId) {
     SQLite::Database database = openDatabase();
     Json::Value rows(Json::arrayValue);
+    std::optional<SQLite::Transaction> reading(std::in_place, database); // one state of the file for all reads
     const int version = schemaVersion(database);
     if (version == 0) {
         return rows;
     }
     if (version < host::kSchemaVersion) {
+        reading.reset();
         SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
         migrate(database);
         transaction.commit();
@@ -147,6 +178,9 @@ Json::Value rowsOf(int taskId) {
     select.bind(1, taskId);
     while (select.executeStep()) {
         rows.append(rowOf(select));
+    }
+    if (rows.size() > kMaxRows) {
+        throw std::runtime_error("the task has more than " + std::to_string(kMaxRows) + " rows");
     }
     return rows;
 }

@@ -124,6 +124,45 @@ TEST_F(ThumbnailDatabase, LeavesAFileThatIsNotItsOwn) {
     EXPECT_EQ(std::filesystem::last_write_time(sandbox / "garbage"), std::filesystem::file_time_type());
 }
 
+TEST_F(ThumbnailDatabase, RefusesWhatWouldNotEndOrFillTheMemory) {
+    const std::string table = host::kSchemaSteps.front();
+    const std::string own = table + ";PRAGMA user_version = 1;";
+    const std::string insert = "INSERT INTO thumbnail SELECT NULL, 12, value, 0, 7, ";
+    const auto numbers = [](int count) {
+        return " FROM (WITH RECURSIVE n(value) AS (SELECT 1 UNION ALL SELECT value + 1 FROM n WHERE value < " +
+               std::to_string(count) + ") SELECT value FROM n)";
+    };
+    const std::tuple<std::string, std::size_t, std::string> files[] = {
+        {"own", 1,
+         own + insert + "'a', printf('%.16000c', 'x'), 9" + numbers(1) +
+             "; ANALYZE; VACUUM; CREATE VIEW v AS SELECT * FROM thumbnail"},
+        {"full", 10000, own + insert + "'a', 'b', 9" + numbers(10000)},
+        {"more rows", 0, own + insert + "'a', 'b', 9" + numbers(10001)},
+        {"long text", 0, own + insert + "'a', printf('%.17000c', 'x'), 9" + numbers(1)},
+        {"long row", 0, own + insert + "printf('%.9000c', 'x'), printf('%.9000c', 'x'), 9" + numbers(1)},
+        {"view", 0,
+         "CREATE VIEW thumbnail AS SELECT value AS thumbnail_id, 12 AS task_id, 1 AS file_index, 0 AS"
+         " thumbnail_index, 1 AS thumbnail_second, 'a' AS thumbnail_filename, 'b' AS file_path, 9 AS"
+         " create_time" +
+             numbers(3) + "; PRAGMA user_version = 1"},
+        {"trigger", 0, own + "CREATE TRIGGER t INSERT ON thumbnail BEGIN SELECT 1; END"},
+        {"index", 0, own + "CREATE INDEX i ON thumbnail(hex(file_path))"},
+        {"generated", 0, own + "ALTER TABLE thumbnail ADD COLUMN g TEXT AS (hex(file_path))"},
+    };
+    for (const auto& [name, count, text] : files) {
+        SQLite::Database(sandbox / name, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(text);
+        use(sandbox / name);
+        EXPECT_EQ(rows() == Rows{-1} ? 0 : rows().size(), count) << name;
+    }
+    for (const char* name : {"trigger", "index", "generated"}) {
+        use(sandbox / name);
+        EXPECT_LT(create(makeRow(1)), 0) << name;
+    }
+    use(sandbox / "own");
+    EXPECT_EQ(create(makeRow(1)), 0);
+    EXPECT_LT(create(makeRow(1, 7, std::string(17000, 'p'))), 0);
+}
+
 TEST_F(ThumbnailDatabase, ReadsWhatItMayNotWrite) {
     ASSERT_EQ(create(makeRow(0)), 0);
     std::filesystem::permissions(file, perms(0444));
