@@ -17,8 +17,8 @@ struct EngineSettings {
 
 /// Asks the engine for the torrent of a task: the one whose download directory is the task's.
 ///
-/// A file's name that leads out of the task's directory, or to the previews in it, is null in the answer; the file keeps
-/// its place in the list.
+/// A file's name that leads out of the task's directory, or to the previews in it, is null in the answer; the file
+/// keeps its place in the list.
 /// @return {"torrents": [...]} with the torrent, or with none when the engine has none for the task.
 /// Throws std::exception with the reason when it could not be asked.
 Json::Value askForTaskTorrent(const EngineSettings& settings, int taskId, const Json::Value& fields);

@@ -13,8 +13,8 @@ namespace host {
 /// none empty (so not absolute), none "." or "..", no NUL.
 bool staysBelow(std::string_view name);
 
-/// Is this the folder of the previews, or a file in it? A preview would overwrite it. The case of ASCII letters does not
-/// count, since it may not on the disk.
+/// Is this the folder of the previews, or a file in it? A preview would overwrite it. The case of ASCII letters does
+/// not count, since it may not on the disk.
 bool isOfPreviews(std::string_view name);
 
 /// Finds the name that a file has on the disk where that is not the one reported.
