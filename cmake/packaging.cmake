@@ -47,7 +47,7 @@ a BitTorrent task.")
 
 set(CPACK_DEBIAN_HOST_PACKAGE_NAME vexodl-host)
 set(CPACK_DEBIAN_HOST_PACKAGE_SECTION net)
-set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "${sameVersion}, bubblewrap")
+set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "${sameVersion}")
 set(CPACK_DEBIAN_HOST_PACKAGE_RECOMMENDS transmission-daemon)
 set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA
     ${PROJECT_SOURCE_DIR}/cmake/packaging/postinst ${PROJECT_SOURCE_DIR}/cmake/packaging/postrm)
