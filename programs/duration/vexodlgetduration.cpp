@@ -11,6 +11,7 @@
 #include "programs/front/diagnosis.h"
 #include "programs/front/taskInput.h"
 #include "programs/media/mediaFile.h"
+#include "util/printableText.h"
 
 #include <fcntl.h>
 #include <syslog.h>
@@ -21,6 +22,7 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdarg>
 #include <cstdint>
 #include <cstring>
 #include <exception>
@@ -60,6 +62,20 @@ void endInTime(int /*signal*/) {
     MediaFile::stopReading();
 }
 
+/// libav's own would write what a file holds to the terminal as it is.
+void showMessage(void* part, int level, const char* format, va_list arguments) {
+    constexpr std::size_t kLongest = 1000;
+    static int startsLine = 1;
+    std::array<char, kLongest> line = {};
+    if (level <= AV_LOG_INFO) {
+        av_log_format_line2(part, level, format, arguments, line.data(), line.size(), &startsLine);
+        const std::string_view text = line.data();
+        (void)writeLine(STDERR_FILENO, printable(text.substr(0, text.find_last_not_of("\r\n") + 1), kLongest));
+    }
+}
+
+void ignoreMessage(void* /*part*/, int /*level*/, const char* /*format*/, va_list /*arguments*/) {}
+
 bool confineItself() {
     constexpr Limits kLimits = {320 << 20, 5, RLIM_INFINITY};
     return std::signal(SIGXCPU, endInTime) != SIG_ERR && limitResources(kLimits) && confine(Liberty::systemLog);
@@ -89,7 +105,7 @@ int printDuration(const std::string& path, bool verbose) {
     if (!confineItself()) {
         return fail(kNotConfined, path, "the kernel takes no limit or no system call filter");
     }
-    av_log_set_level(verbose ? AV_LOG_INFO : AV_LOG_QUIET);
+    av_log_set_callback(verbose ? showMessage : ignoreMessage);
     errno = 0;
     try {
         const Download download = isUnfinished(path) ? Download::unfinished : Download::finished;

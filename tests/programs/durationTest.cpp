@@ -21,6 +21,13 @@ TEST(Duration, IsTheWholeSecondsThatFfprobeTells) {
     }
 }
 
+TEST(Duration, ShowsWhatAFileSaysWithoutEffect) {
+    shell(R"(sed 's#V_MPEG4/ISO/AVC#V_\x1bPEG4\nISO/AVC#' samples/silent.mkv > odd.mkv)");
+    const std::string said = duration({"--path", "odd.mkv", "--debug_mode"}).errors;
+    EXPECT_NE(said.find(R"(V_\x1BPEG4\x0AISO/AVC)"), std::string::npos) << said;
+    EXPECT_EQ(said.find('\x1b'), std::string::npos);
+}
+
 TEST(Duration, IsTakenFromTheHeaderOfAnUnfinishedFile) {
     const std::pair<std::string, std::string> films[] = {
         {"-c copy -movflags faststart h.mp4 && head -c 40000 h.mp4 > cut.part", expected(15)},
