@@ -1,6 +1,9 @@
 #include "tests/programs/programRun.h"
 
+#include <arpa/inet.h>
+
 #include <cmath>
+#include <cstring>
 #include <set>
 
 namespace {
@@ -252,6 +255,67 @@ TEST_F(Ffmpeg, OpensNothingThatAFileNames) {
         writeFile(task / "movie.mp4", content);
         EXPECT_EQ(made(task / "movie.mp4", 1), "") << content.substr(0, 400);
         EXPECT_EQ(run.status, 1) << content.substr(0, 400) << run.errors;
+    }
+}
+
+/// A film of QuickTime that says now that its frames lie in the file `path`, so many levels from here; 0: from the
+/// root.
+std::string referringTo(const std::string& path, char levels, std::string film) {
+    const std::string number = "\0"s + levels;
+    const std::string alias = "alis" + std::string(134, '\0') + number + number + std::string(16, '\0') + "\0\2\0"s +
+                              static_cast<char>(path.size()) + path + "\xff\xff\0\0"s;
+    const std::string entry = "\0\0\0"s + static_cast<char>(alias.size() + 4) + alias;
+    const std::size_t index = film.find("moov");
+    const std::size_t self = film.find("url ", film.find("dref", index)) - 4;
+    for (const char* outer : {"moov", "trak", "mdia", "minf", "dinf", "dref"}) {
+        std::uint32_t size = 0;
+        char* const place = &film[film.find(outer, index) - 4];
+        std::memcpy(&size, place, sizeof size);
+        size = htonl(ntohl(size) + static_cast<std::uint32_t>(entry.size()) - 12);
+        std::memcpy(place, &size, sizeof size);
+    }
+    return film.replace(self, 12, entry);
+}
+
+/// That the references are good is shown by the stock program, told to follow them.
+TEST_F(Ffmpeg, ShowsNothingOfAFilmThatAFilmRefersTo) {
+    for (const std::string colour : {"red", "blue"}) {
+        shell("ffmpeg -v error -f lavfi -i color=s=64x48:r=5:d=15:c=" + colour + " -c:v rawvideo -pix_fmt rgb24 " +
+              colour + ".mov");
+    }
+    fs::rename("red.mov", task / "other.mov");
+    const std::string read = " -frames:v 1 -f rawvideo -y ";
+    shell("ffmpeg -v error -i download/7/other.mov" + read + "red");
+    EXPECT_FALSE(made(copied("../blue.mov", "film"), 4).empty()) << run.errors;
+    for (const char levels : {'\0', '\1'}) {
+        writeFile(task / "film", referringTo("/srv/download/7/other.mov\0"s, levels, readFile("blue.mov")));
+        EXPECT_EQ(made(task / "film", 4), "");
+        EXPECT_EQ(run.status, 1) << run.errors;
+        shell("ffmpeg -v error -enable_drefs 1 -use_absolute_path 1 -i download/7/film" + read +
+              "shown && cmp shown red");
+    }
+}
+
+/// Segments that are linked, and chapters in another segment. What would follow them is not in libav.
+TEST_F(Ffmpeg, ShowsOfLinkedSegmentsItsOwn) {
+    shell("ffmpeg -v error -i samples/secret.mp4 -c copy download/7/secret.mkv && "
+          "ffmpeg -v error -i samples/short.mp4 -c copy -f matroska -live 1 own.mkv");
+    const std::string secret = readFile(task / "secret.mkv");
+    const std::size_t uid = secret.find("\x73\xa4\x90"); // 16 bytes
+    ASSERT_NE(uid, std::string::npos);
+    const std::string other = "\x90" + secret.substr(uid + 3, 16);
+    const auto element = [](const std::string& id, const std::string& content) {
+        return id + "\x10\0\0"s + static_cast<char>(content.size()) + content;
+    };
+    const std::string name = element("\x3e\x83\xbb", "secret.mkv") + element("\x3c\x83\xab", "secret.mkv");
+    const std::string link = element("\x15\x49\xa9\x66", "\x3e\xb9\x23" + other + "\x3c\xb9\x23" + other + name);
+    const std::string chapter = "\x73\xc4\x81\1\x91\x81\0\x92\x85\2\x54\x0b\xe4\0\x6e\x67"s + other; // of 10 s
+    const std::string chapters =
+        element("\x10\x43\xa7\x70", element("\x45\xb9", "\x45\xdd\x81\1"s + element("\xb6", chapter)));
+    std::string film = readFile("own.mkv");
+    writeFile(task / "film", film.insert(film.find("\x1f\x43\xb6\x75"), link + chapters));
+    for (const int second : kSeconds) {
+        EXPECT_TRUE(made(task / "film", second) == stock("own.mkv", second)) << second << run.errors;
     }
 }
 
