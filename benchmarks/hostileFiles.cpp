@@ -3,7 +3,7 @@
 //
 //   hostileFiles FILMS FOLDER
 //
-// FILMS is a folder of scripts/sampleVideos. The files come into FOLDER, photos of 100 GiB into FOLDER/photos.
+// FILMS is a folder of scripts/sampleVideos. The files come into FOLDER, photos into FOLDER/photos.
 
 #include "tests/programs/programRun.h"
 
@@ -15,6 +15,7 @@
 namespace {
 
 constexpr std::uintmax_t kVast = std::uintmax_t{100} << 30U;
+constexpr std::uintmax_t kPhoto = std::uintmax_t{2} << 30U; // the largest that gets a picture
 constexpr std::uintmax_t kFilm = std::uintmax_t{50} << 20U; // the smallest film that gets pictures
 
 std::string big(std::uint64_t number, unsigned bytes) {
@@ -194,13 +195,14 @@ void makePhotos(const fs::path& to) {
           "convert s.png -interlace JPEG progressive.jpg && "
           "for type in jpg tif bmp gif webp heic avif jp2; do convert s.png s.$type || exit; done");
     const auto write = [&](const std::string& name, const std::string& bytes, const std::string& end = "") {
-        writeSparse(to / name, bytes, kVast, end);
+        writeSparse(to / name, bytes, kPhoto, end);
     };
     for (const char* name : {"s.jpg", "progressive.jpg", "s.png", "s.tif", "s.bmp", "s.gif", "s.webp", "s.heic",
                              "s.avif", "s.jxl", "s.jp2"}) {
         const std::string photo = readFile(name);
-        write("whole"s + (name + 1), photo);
-        write("cut"s + (name + 1), photo.substr(0, photo.size() * 2 / 3));
+        const std::string kind = name[0] == 's' ? std::string(name + 1) : ".progressive.jpg";
+        write("whole" + kind, photo);
+        write("cut" + kind, photo.substr(0, photo.size() * 2 / 3));
     }
     const std::string photo = readFile("s.jpg");
     write("zeros.jpg", "");
@@ -211,11 +213,10 @@ void makePhotos(const fs::path& to) {
     write("data.heic", heic.substr(0, data) + big(0, 4) + heic.substr(data + 4));
     write("box.jxl", "\0\0\0\x0cJXL \r\n\x87\n\0\0\0\x14"
                      "ftypjxl \0\0\0\0jxl \0\0\0\1jxlc"s +
-                         big(kVast - 32, 8) + readFile("s.jxl"));
-    const std::string directory = farDirectory(kVast - 4096);
-    write("far.tif", "II+\0\x08\0\0\0"s + little(kVast - directory.size(), 8), directory);
-    writeSparse(to / "mark2GiB.jpg", photo.substr(0, 3), std::uintmax_t{2} << 30U);
-    writeSparse(to / "zeros2GiB.jpg", "", std::uintmax_t{2} << 30U);
+                         big(kPhoto - 32, 8) + readFile("s.jxl"));
+    const std::string directory = farDirectory(kPhoto - 4096);
+    write("far.tif", "II+\0\x08\0\0\0"s + little(kPhoto - directory.size(), 8), directory);
+    writeSparse(to / "vast.jpg", photo.substr(0, 3), kVast);
 }
 
 } // namespace
