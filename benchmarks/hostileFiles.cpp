@@ -15,7 +15,7 @@
 namespace {
 
 constexpr std::uintmax_t kVast = std::uintmax_t{100} << 30U;
-constexpr std::uintmax_t kPhoto = std::uintmax_t{2} << 30U; // the largest that gets a picture
+constexpr std::uintmax_t kPhoto = std::uintmax_t{1} << 30U; // the largest that gets a picture
 constexpr std::uintmax_t kFilm = std::uintmax_t{50} << 20U; // the smallest film that gets pictures
 
 std::string big(std::uint64_t number, unsigned bytes) {

@@ -77,7 +77,7 @@ void showMessage(void* part, int level, const char* format, va_list arguments) {
 void ignoreMessage(void* /*part*/, int /*level*/, const char* /*format*/, va_list /*arguments*/) {}
 
 bool confineItself() {
-    constexpr Limits kLimits = {320 << 20, 5, RLIM_INFINITY};
+    constexpr Limits kLimits = {320 << 20, 3, RLIM_INFINITY};
     return std::signal(SIGXCPU, endInTime) != SIG_ERR && limitResources(kLimits) && confine(Liberty::systemLog);
 }
 

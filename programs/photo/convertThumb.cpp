@@ -46,6 +46,6 @@ int main(int argc, char** argv) {
                                        "-colorspace sRGB PICTURE");
         return kUsage;
     }
-    constexpr std::uint64_t kMostBytes = std::uint64_t{2} << 30U; // a tenth is much for a photo
+    constexpr std::uint64_t kMostBytes = std::uint64_t{1} << 30U; // a tenth is much for a photo
     return makePicture({"convert-thumb", argv[1], argv[argc - 1], kMostBytes}, photoWorker);
 }
