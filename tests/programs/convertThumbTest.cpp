@@ -6,6 +6,13 @@ namespace {
 
 constexpr const char* kDecoder = "/usr/vexo/libexec/jpegDecoder";
 
+/// A command where namespaces are refused, in a place that bwrap changes so.
+std::vector<std::string> within(const std::string& changes, const std::vector<std::string>& command) {
+    std::vector<std::string> argv = words("bwrap --unshare-user --disable-userns --bind / / " + changes);
+    argv.insert(argv.end(), command.begin(), command.end());
+    return argv;
+}
+
 std::vector<std::string> commandLine(const std::string& source, const std::string& target) {
     return thumbCommand("/usr/vexo/bin/convert-thumb", source, target);
 }
@@ -158,7 +165,7 @@ TEST_F(ConvertThumb, FailsOnABombInLittleMemory) {
 TEST_F(ConvertThumb, TellsByItsExitStatusWhatFailed) {
     shell("cd download && mkdir -p 8/pictures && cp ../sample.jpg 8/a.jpg && cp 8/a.jpg 7 && cd 7 && mkfifo fifo && "
           "ln -s a.jpg in.jpg && ln -s ../8/a.jpg out.jpg && ln -s /srv/download/8 outer && "
-          "ln -s ../8/pictures linked && ln -s vexodlthumbnail inner");
+          "ln -s ../8/pictures linked && ln -s vexodlthumbnail inner && truncate -s 1073741825 huge");
     const auto expectStatus = [&](int status, const std::string& source, const fs::path& folder) {
         made(commandLine("/srv/download/" + source, task / folder / "3_0.jpeg"));
         EXPECT_EQ(run.status, status) << source << " to " << folder << run.errors;
@@ -166,6 +173,7 @@ TEST_F(ConvertThumb, TellsByItsExitStatusWhatFailed) {
         EXPECT_TRUE(fs::is_empty("/srv/download/8/pictures")) << source;
     };
     expectStatus(0, "7/a.jpg", pictures);
+    expectStatus(6, "7/huge", pictures);
     for (const char* source :
          {"7/no\nsuch\x1b\xff", "7/fifo", "7/in.jpg", "7/out.jpg", "7/outer/a.jpg", "7/../8/a.jpg", "8/a.jpg"}) {
         expectStatus(3, source, pictures);
@@ -180,21 +188,12 @@ TEST_F(ConvertThumb, PublishesNothingButAWholePicture) {
     const std::string whole = madeOfBytes(readFile("sample.jpg"));
     const auto delivered = [&](const std::string& bytes) {
         writeFile(task / "photo.jpg", bytes);
-        std::vector<std::string> argv = words("bwrap --dev-bind / / --ro-bind");
-        argv.insert(argv.end(), {fs::canonical("/proc/self/exe"), kDecoder});
-        const std::vector<std::string> command = commandLine(task / "photo.jpg", picture);
-        argv.insert(argv.end(), command.begin(), command.end());
-        return made(argv);
+        return made(within("--dev /dev --ro-bind " + fs::canonical("/proc/self/exe").string() + ' ' + kDecoder,
+                           commandLine(task / "photo.jpg", picture)));
     };
     EXPECT_TRUE(delivered(whole) == whole) << run.errors;
-    for (std::size_t place = whole.find('\xff', 3); place != std::string::npos; place = whole.find('\xff', place + 1)) {
-        for (const std::size_t length : {place, place + 2}) { // a marker, if no zero follows
-            if (whole[place + 1] != '\0' && length < whole.size()) {
-                EXPECT_EQ(delivered(whole.substr(0, length)), "") << length;
-                EXPECT_NE(run.errors.find("wrote no whole picture"), std::string::npos) << run.errors;
-            }
-        }
-    }
+    EXPECT_EQ(delivered(whole.substr(0, whole.size() / 2)), "");
+    EXPECT_NE(run.errors.find("wrote no whole picture"), std::string::npos) << run.errors;
     EXPECT_EQ(delivered(whole + "<script>"), "");
     std::string large = whole;
     for (int i = 0; i < 129; ++i) { // comments of 8 MiB
@@ -220,14 +219,8 @@ TEST_F(ConvertThumb, WantsItsCommandLineAndItsDecoder) {
     const std::vector<std::string> right = commandLine(task / "a.jpg", picture);
     expectNoOther(right);
     EXPECT_EQ(runProgram(commandLine(task / "a.jpg", "1.jpeg")).status, 2); // a picture wants a folder of its task
-    const auto within = [&](const std::string& place) {
-        std::vector<std::string> argv = words("bwrap --unshare-user --disable-userns --bind / / " + place);
-        argv.insert(argv.end(), right.begin(), right.end());
-        return made(argv);
-    };
-    EXPECT_EQ(within("--tmpfs /proc --dev /dev"), made(right));
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(within("--tmpfs /usr/vexo/libexec"), "");
+    EXPECT_EQ(made(within("--tmpfs /proc --dev /dev", right)), made(right));
+    EXPECT_EQ(made(within("--tmpfs /usr/vexo/libexec", right)), "");
     EXPECT_EQ(run.status, 5);
 }
 

@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 
@@ -17,9 +18,9 @@
 
 namespace {
 
-std::string self;    // the path of this program
-pid_t stranger = 0;  // a process outside, of the same user
-long space[16] = {}; // for what a system call reads and writes
+std::string self;                   // the path of this program
+pid_t stranger = 0;                 // a process outside, of the same user
+alignas(4096) long space[512] = {}; // for what a system call reads and writes
 
 bool startsAnother() {
     char* const words[] = {const_cast<char*>("/usr/bin/true"), nullptr};
@@ -47,13 +48,14 @@ const std::pair<const char*, bool (*)()> kAttempts[] = {
     {"its own folder", [] { return open(".", O_RDONLY) >= 0; }},
     {"word of a file", [] { return access("/usr", F_OK) == 0; }},
     {"a new file", [] { return open(".", O_RDWR | O_TMPFILE, 0600) >= 0; }},
+    {"memory made executable", [] { return mprotect(&space, 1, PROT_READ | PROT_WRITE | PROT_EXEC) == 0; }},
     {"memory to execute", [] { return getsMemory(PROT_READ | PROT_EXEC); }},
 };
 
 /// Runs as the worker: says what it could do and whether it could start a thread. The last attempt first: some change
 /// what is possible.
 int tryEverything(Liberty liberty) {
-    std::string said;
+    std::string said = environ[0] != nullptr ? "an environment " : "";
     for (int number = 0; number < 64; ++number) {
         said += fcntl(number, F_GETFD) >= 0 ? std::to_string(number) + " " : "";
     }
@@ -117,6 +119,7 @@ Outcome run(const Worker& order, const Descriptor& output = newFile()) {
 }
 
 TEST(Sandbox, LeavesAWorkerItsDescriptorsAndPerhapsThreads) {
+    const Descriptor inherited(dup(STDERR_FILENO));
     for (const auto& [act, said] : {std::pair("reading", "0 1 2 3"), std::pair("threads", "0 1 2 3 thread")}) {
         const Outcome outcome = run(worker(act));
         EXPECT_TRUE(outcome.succeeded()) << outcome.status;
@@ -129,6 +132,36 @@ TEST(Sandbox, ClosesFilesTwiceAndTellsWhenItIsRefused) {
     const auto isRefused = [] { return open("/usr", O_RDONLY) < 0 && errno == EACCES; };
     EXPECT_TRUE(inProcess([&] { return !closeFiles() || isRefused(); }));
     EXPECT_FALSE(isRefused());
+}
+
+/// Under trace: when they tell that they are confined they are, and have read nothing.
+TEST(SandboxOutside, DecodersAreConfinedBeforeTheyRead) {
+    for (const std::string decoder : {"frameDecoder", "jpegDecoder", "imageDecoder"}) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            dup2(open("/dev/zero", O_RDONLY), STDIN_FILENO);
+            ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+            _exit(execl(("/usr/vexo/libexec/" + decoder).c_str(), "", decoder == "frameDecoder" ? "1" : nullptr,
+                        nullptr));
+        }
+        __ptrace_syscall_info call = {};
+        const auto enters = [&](unsigned long number) {
+            return call.op == PTRACE_SYSCALL_INFO_ENTRY && call.entry.nr == number;
+        };
+        for (int status = 0; !enters(SYS_write) && waitpid(pid, &status, 0) == pid && WIFSTOPPED(status);) {
+            ptrace(PTRACE_SETOPTIONS, pid, 0, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+            ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof call, &call);
+            EXPECT_FALSE((enters(SYS_read) || enters(SYS_pread64)) && call.entry.args[0] == 0) << decoder;
+            if (!enters(SYS_write)) {
+                ptrace(PTRACE_SYSCALL, pid, 0, 0);
+            }
+        }
+        EXPECT_EQ(call.entry.args[0], kLifeline) << decoder;
+        EXPECT_NE(readFile("/proc/" + std::to_string(pid) + "/status").find("Seccomp:\t2"), std::string::npos)
+            << decoder;
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
 }
 
 TEST(SandboxOutside, AllOfThatCanBeDone) {
