@@ -77,6 +77,8 @@ void questions() {
     const ProgramRun run = runProgram(words(kMake));
     std::puts("\nNames of a torrent\n\n| | |\n|---|---|");
     yesOrNo("a newline, ESC, U+009B or U+202E reaches the terminal as it is", acts(run.output + run.errors));
+    yesOrNo("they are shown as escapes",
+            run.errors.find(R"(a\x0Aforged\x1B[31m\xC2\x9B\xE2\x80\xAE.jpg)") != std::string::npos);
     yesOrNo("a torrent's file vexodlthumbnail/0_0.jpeg is overwritten",
             readFile(task / "vexodlthumbnail/0_0.jpeg") != "a picture that was made");
     yesOrNo("a torrent's file vexodlthumbnail/.newPicture.x is removed",
