@@ -22,8 +22,8 @@ enum class Liberty {
 
 /// From here on this process can read, seek in and write the descriptors that it holds, use memory, though none that is
 /// made executable, tell the time and end. Every other system call fails with ENOSYS: it opens no path and no socket,
-/// starts no process, and reaches no other one. Cannot be taken back. Other threads may run on without: there are none
-/// yet. False when the kernel refuses the filter of system calls.
+/// starts no process, and reaches no other one. Cannot be taken back. To be called before there are other threads.
+/// False when the kernel refuses the filter of system calls.
 bool confine(Liberty liberty);
 
 /// Its second wall, which holds alone too: by Landlock, no path is opened and nothing connected to. False where the

@@ -4,10 +4,8 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 /// The descriptor on which a worker, a program that decodes for another one, tells of itself, a byte each time.
 constexpr int kLifeline = 3;
@@ -25,8 +23,7 @@ inline void tell(Word word) {
 /// Confines this worker and tells so, or ends it with the reason on standard error.
 inline void confineWorker(Liberty liberty) {
     if (!confine(liberty)) {
-        dprintf(STDERR_FILENO, "the kernel takes no filter of system calls: %s\n",
-                std::strerror(errno)); // NOLINT(concurrency-mt-unsafe): one thread
+        dprintf(STDERR_FILENO, "the kernel takes no filter of system calls\n");
         _exit(EXIT_FAILURE);
     }
     tell(Word::confined);
