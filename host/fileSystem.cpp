@@ -1,5 +1,6 @@
 #include "platform/fileSystem.h"
 
+#include "host/failure.h"
 #include "util/descriptor.h"
 
 #include <fcntl.h>
@@ -42,7 +43,11 @@ bool makeParents(const std::string& path, const Ownership& ownership) {
 /// A link to a directory is not one here: what it leads to may belong to somebody else.
 bool isDirectoryItself(const std::string& path) {
     struct stat status {};
-    return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    const bool isDirectory = ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    if (!isDirectory) {
+        errno = ENOTDIR;
+    }
+    return isDirectory;
 }
 
 bool makeDirectory(std::string path, bool parents, const Ownership& ownership) {
@@ -64,7 +69,12 @@ int VEXOFSMkdirP(const char* path, const char* /*base*/, int parents, int uid, i
     }
     try {
         const Ownership ownership{static_cast<uid_t>(uid), static_cast<gid_t>(gid), mode & 07777U};
-        return makeDirectory(path, parents != 0, ownership) ? 0 : -1;
+        if (makeDirectory(path, parents != 0, ownership)) {
+            return 0;
+        }
+        const int error = errno;
+        host::keepFailure(host::Failure::Kind::folder, error, std::string(path) + ": " + host::errorText(error));
+        return -1;
     } catch (const std::exception&) {
         return -1; // no memory
     }

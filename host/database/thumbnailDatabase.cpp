@@ -1,6 +1,8 @@
 #include "platform/thumbnailDatabase.h"
 
+#include "host/caller.h"
 #include "host/database/thumbnailSchema.h"
+#include "host/failure.h"
 #include "host/settings.h"
 #include "host/systemLog.h"
 
@@ -11,10 +13,12 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <vector>
 
 namespace {
 
@@ -109,6 +113,16 @@ void migrate(SQLite::Database& database) {
     }
 }
 
+/// Writes into the newest version. The write lock is taken at once: a transaction that begins by reading cannot wait
+/// for it later.
+template <typename Write>
+void writing(SQLite::Database& database, const Write& write) {
+    SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+    migrate(database);
+    write();
+    transaction.commit();
+}
+
 int integerOf(const Json::Value& row, const char* key) {
     const Json::Value& value = row[key];
     if (value.type() == Json::realValue || !value.isInt()) {
@@ -130,20 +144,18 @@ void store(const Json::Value* row) {
         throw std::invalid_argument("the row is not an object");
     }
     SQLite::Database database = openDatabase();
-    // The write lock is taken at once: a transaction that begins by reading cannot wait for it later.
-    SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
-    migrate(database);
-    SQLite::Statement insert(database, insertText());
-    int place = 0;
-    for (const auto& [name, isText] : host::kColumns) {
-        if (isText) {
-            insert.bind(++place, textOf(*row, name));
-        } else {
-            insert.bind(++place, integerOf(*row, name));
+    writing(database, [&] {
+        SQLite::Statement insert(database, insertText());
+        int place = 0;
+        for (const auto& [name, isText] : host::kColumns) {
+            if (isText) {
+                insert.bind(++place, textOf(*row, name));
+            } else {
+                insert.bind(++place, integerOf(*row, name));
+            }
         }
-    }
-    insert.exec();
-    transaction.commit();
+        insert.exec();
+    });
 }
 
 Json::Value rowOf(SQLite::Statement& select) {
@@ -159,26 +171,32 @@ Json::Value rowOf(SQLite::Statement& select) {
     return row;
 }
 
-/// A file of an earlier version is migrated first: the caller stores nothing before it has read.
-Json::Value rowsOf(int taskId) {
+/// Reads from the newest version; nothing is read from a new file. A file of an earlier version is migrated first: the
+/// caller stores nothing before it has read.
+template <typename Read>
+void reading(const Read& read) {
     SQLite::Database database = openDatabase();
-    Json::Value rows(Json::arrayValue);
     std::optional<SQLite::Transaction> reading(std::in_place, database); // one state of the file for all reads
     const int version = schemaVersion(database);
     if (version == 0) {
-        return rows;
+        return;
     }
     if (version < host::kSchemaVersion) {
         reading.reset();
-        SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
-        migrate(database);
-        transaction.commit();
+        writing(database, [] {});
     }
-    SQLite::Statement select(database, selectText());
-    select.bind(1, taskId);
-    while (select.executeStep()) {
-        rows.append(rowOf(select));
-    }
+    read(database);
+}
+
+Json::Value rowsOf(int taskId) {
+    Json::Value rows(Json::arrayValue);
+    reading([&](SQLite::Database& database) {
+        SQLite::Statement select(database, selectText());
+        select.bind(1, taskId);
+        while (select.executeStep()) {
+            rows.append(rowOf(select));
+        }
+    });
     if (rows.size() > kMaxRows) {
         throw std::runtime_error("the task has more than " + std::to_string(kMaxRows) + " rows");
     }
@@ -193,11 +211,49 @@ int guarded(Operation operation) {
         return 0;
     } catch (const std::exception& error) {
         host::logFailure("thumbnail database", error.what());
+        host::keepFailure(host::Failure::Kind::database, 0, error.what());
         return -1;
     }
 }
 
 } // namespace
+
+std::map<int, int> host::rowCounts() {
+    std::map<int, int> counts;
+    reading([&](SQLite::Database& database) {
+        SQLite::Statement select(database, "SELECT task_id, count(*) FROM thumbnail GROUP BY task_id ORDER BY task_id");
+        while (select.executeStep()) {
+            counts.emplace_hint(counts.end(), select.getColumn(0).getInt(), select.getColumn(1).getInt());
+        }
+    });
+    return counts;
+}
+
+int host::removeRows(int taskId, const std::vector<int>& thumbnailIds) {
+    SQLite::Database database = openDatabase();
+    int removed = 0;
+    writing(database, [&] {
+        SQLite::Statement remove(database, "DELETE FROM thumbnail WHERE task_id = ? AND thumbnail_id = ?");
+        for (const int id : thumbnailIds) {
+            remove.bind(1, taskId);
+            remove.bind(2, id);
+            removed += remove.exec();
+            remove.reset();
+        }
+    });
+    return removed;
+}
+
+int host::removeAllRows(int taskId) {
+    SQLite::Database database = openDatabase();
+    int removed = 0;
+    writing(database, [&] {
+        SQLite::Statement remove(database, "DELETE FROM thumbnail WHERE task_id = ?");
+        remove.bind(1, taskId);
+        removed = remove.exec();
+    });
+    return removed;
+}
 
 int DownloadThumbnailDBGetByTaskId(int taskId, Json::Value* reply) {
     return guarded([&] {

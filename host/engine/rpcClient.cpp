@@ -50,6 +50,16 @@ std::string withoutCredentials(const std::string& url) {
     return owned.get();
 }
 
+/// Would a part of the password be taken for the host or the path? Where an @ stands behind the first one, or behind
+/// the slash, a character of the name or password was not written by its number.
+bool isCutInPassword(const std::string& url) {
+    const std::size_t scheme = url.find("://");
+    const std::size_t begin = scheme == std::string::npos ? 0 : scheme + 3;
+    const std::size_t end = url.find_first_of("/?#", begin);
+    const std::size_t at = url.find('@', begin);
+    return at != std::string::npos && (end < at || url.find('@', at + 1) != std::string::npos);
+}
+
 std::string asText(const Json::Value& value) {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
@@ -61,6 +71,9 @@ std::string asText(const Json::Value& value) {
 RpcClient::RpcClient(std::string url, const RpcLimits& limits)
     : url_(std::move(url)), limits_(limits), deadline_(std::chrono::steady_clock::now() + limits.total),
       handle_(newHandle(), curl_easy_cleanup), headers_(nullptr, curl_slist_free_all) {
+    if (isCutInPassword(url_)) {
+        throw std::runtime_error("malformed address: a character of its name or password has to be percent-encoded");
+    }
     if (handle_ == nullptr) {
         fail("cannot start libcurl");
     }

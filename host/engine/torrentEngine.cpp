@@ -1,13 +1,19 @@
 #include "host/engine/torrentEngine.h"
 
+#include "host/caller.h"
 #include "host/engine/torrentName.h"
+#include "host/failure.h"
 #include "host/settings.h"
 #include "host/systemLog.h"
 #include "platform/torrentEngine.h"
 #include "util/jsonAccess.h"
 
 #include <algorithm>
+#include <charconv>
 #include <filesystem>
+#include <map>
+#include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -16,6 +22,8 @@ namespace host {
 namespace {
 
 using jsonAccess::member;
+using jsonAccess::toBool;
+using jsonAccess::toInt64;
 using jsonAccess::toText;
 
 constexpr const char* kDownloadLink = "/var/services/download";
@@ -82,12 +90,61 @@ Json::Value getTorrent(RpcClient& engine, const std::string& hash, const Json::V
     arguments["ids"].append(hash);
     arguments["fields"] = fields;
     arguments["fields"].append("hashString");
+    arguments["fields"].append("downloadDir");
     Json::Value answer = getTorrents(engine, std::move(arguments));
     const Json::Value& torrents = std::as_const(answer)["torrents"];
     if (torrents.size() > 1 || (torrents.size() == 1 && toText(member(torrents[0], "hashString")) != hash)) {
         throw std::runtime_error("the engine answered for another torrent");
     }
     return answer;
+}
+
+/// What allTasks() has found last: a caller that looks after all tasks asks for one after the other.
+class FoundTorrents {
+public:
+    void keep(const EngineTasks& all) {
+        const std::lock_guard guard(mutex_);
+        hashes_.clear();
+        for (const auto& [task, torrent] : all.tasks) {
+            if (torrent.torrents == 1) {
+                hashes_[task] = torrent.hash;
+            }
+        }
+    }
+
+    /// @return the info hash; empty when none was found.
+    std::string hashOf(int task) {
+        const std::lock_guard guard(mutex_);
+        const auto found = hashes_.find(task);
+        return found == hashes_.end() ? "" : found->second;
+    }
+
+private:
+    std::mutex mutex_;
+    std::map<int, std::string> hashes_;
+};
+
+FoundTorrents& foundTorrents() {
+    static FoundTorrents found;
+    return found;
+}
+
+/// The torrent that was found for the task, when it is the task's still; else the one that is.
+Json::Value getTaskTorrent(RpcClient& engine, int taskId, const std::string& taskDirectory, const Json::Value& fields) {
+    if (const std::string found = foundTorrents().hashOf(taskId); !found.empty()) {
+        Json::Value answer = getTorrent(engine, found, fields);
+        const Json::Value& torrent = jsonAccess::element(std::as_const(answer)["torrents"], 0);
+        if (isSameDirectory(taskDirectory, toText(member(torrent, "downloadDir")))) {
+            return answer;
+        }
+    }
+    const std::string hash = findTorrent(engine, taskDirectory);
+    if (hash.empty()) {
+        Json::Value none(Json::objectValue);
+        none["torrents"] = Json::Value(Json::arrayValue);
+        return none;
+    }
+    return getTorrent(engine, hash, fields);
 }
 
 void correctNames(Json::Value& files, const std::string& taskDirectory) {
@@ -104,6 +161,33 @@ void correctNames(Json::Value& files, const std::string& taskDirectory) {
     }
 }
 
+std::string rpcUrl() {
+    return setting("VEXODL_RPC_URL", "http://127.0.0.1:9091/transmission/rpc");
+}
+
+/// @return the task whose directory this is.
+std::optional<int> taskOf(const std::string& root, std::string_view downloadDir) {
+    const std::filesystem::path directory(withoutSpareSlashes(downloadDir));
+    const std::string name = directory.filename();
+    int task = 0;
+    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), task);
+    const bool isTask = error == std::errc() && task >= 0 && std::to_string(task) == name &&
+                        isSameDirectory(root, directory.parent_path().native());
+    return isTask ? std::optional(task) : std::nullopt;
+}
+
+TaskTorrent stateOf(const Json::Value& torrent) {
+    TaskTorrent state;
+    state.hash = toText(member(torrent, "hashString"));
+    state.sizeWhenDone = toInt64(member(torrent, "sizeWhenDone"));
+    state.haveValid = toInt64(member(torrent, "haveValid"));
+    state.leftUntilDone = toInt64(member(torrent, "leftUntilDone"));
+    for (const Json::Value& wanted : member(torrent, "wanted")) {
+        state.wantedFiles += toBool(wanted) ? 1 : 0;
+    }
+    return state;
+}
+
 } // namespace
 
 Json::Value askForTaskTorrent(const EngineSettings& settings, int taskId, const Json::Value& fields) {
@@ -112,13 +196,7 @@ Json::Value askForTaskTorrent(const EngineSettings& settings, int taskId, const 
     }
     const std::string taskDirectory = withoutSpareSlashes(settings.downloadRoot + '/' + std::to_string(taskId));
     RpcClient engine(settings.url, settings.limits);
-    const std::string hash = findTorrent(engine, taskDirectory);
-    if (hash.empty()) {
-        Json::Value none(Json::objectValue);
-        none["torrents"] = Json::Value(Json::arrayValue);
-        return none;
-    }
-    Json::Value answer = getTorrent(engine, hash, fields);
+    Json::Value answer = getTaskTorrent(engine, taskId, taskDirectory, fields);
     for (Json::Value& torrent : answer["torrents"]) {
         if (member(torrent, "files").isArray()) {
             correctNames(torrent["files"], taskDirectory);
@@ -127,17 +205,37 @@ Json::Value askForTaskTorrent(const EngineSettings& settings, int taskId, const 
     return answer;
 }
 
+EngineTasks allTasks() {
+    const std::string root = withoutSpareSlashes(downloadRoot());
+    RpcClient engine(rpcUrl());
+    Json::Value arguments(Json::objectValue);
+    for (const char* field : {"hashString", "downloadDir", "sizeWhenDone", "haveValid", "leftUntilDone", "wanted"}) {
+        arguments["fields"].append(field);
+    }
+    const Json::Value answer = getTorrents(engine, std::move(arguments));
+    EngineTasks all;
+    for (const Json::Value& torrent : answer["torrents"]) {
+        ++all.torrents;
+        if (const std::optional<int> task = taskOf(root, toText(member(torrent, "downloadDir")))) {
+            const auto [place, isFirst] = all.tasks.try_emplace(*task, stateOf(torrent));
+            place->second.torrents += isFirst ? 0 : 1;
+        }
+    }
+    foundTorrents().keep(all);
+    return all;
+}
+
 } // namespace host
 
 int VEXODownloadRpcTorrentGet(int taskId, const Json::Value& fields, Json::Value& reply) {
     try {
-        const std::string url = host::setting("VEXODL_RPC_URL", "http://127.0.0.1:9091/transmission/rpc");
         Json::Value answer(Json::objectValue);
-        answer["arguments"] = host::askForTaskTorrent({url, host::downloadRoot(), {}}, taskId, fields);
+        answer["arguments"] = host::askForTaskTorrent({host::rpcUrl(), host::downloadRoot(), {}}, taskId, fields);
         reply.swap(answer);
         return 0;
     } catch (const std::exception& error) {
         host::logFailure("torrent engine", error.what());
+        host::keepFailure(host::Failure::Kind::engine, 0, error.what());
         return -1;
     }
 }

@@ -46,13 +46,13 @@ int moveUp(Descriptor& descriptor) {
     return 0;
 }
 
-/// Reads one output of a program.
+/// Reads one output of a program into a text.
 ///
 /// The writing end stays open here as well: what counts as the end is the program's, not that of whoever holds the
 /// pipe, and a program that closes its output early does not make the pipe report that for ever.
 class Capture {
 public:
-    explicit Capture(ChildReport& report) : report_(report) {}
+    explicit Capture(std::string& kept) : kept_(kept) {}
 
     /// @return 0 or an errno.
     int open() {
@@ -68,41 +68,35 @@ public:
 
     int writeEnd() const { return writeEnd_.get(); }
 
-    /// Keeps what arrives until the launcher has ended, which is when `launcher` becomes readable.
-    void readToEndOf(const Descriptor& launcher) {
-        std::array<pollfd, 2> events = {{{launcher.get(), POLLIN, 0}, {readEnd_.get(), POLLIN, 0}}};
-        while (events[0].revents == 0) {
-            const long ready = rawCall(SYS_ppoll, address(events.data()), events.size());
-            if (ready < 0 && ready != -EINTR) {
-                return;
-            }
-            if (ready > 0 && events[1].revents != 0) {
-                readSome(kPortion);
-            }
-        }
-        readRest();
-    }
+    /// False: more was printed than is kept.
+    bool isWhole() const { return whole_; }
 
-private:
-    static constexpr std::size_t kPortion = 8192;
+    /// To be polled; without a descriptor where open() was not called or failed.
+    pollfd event() const { return {readEnd_.get(), POLLIN, 0}; }
+
+    /// Reads some of the bytes that are there. @return how many.
+    std::size_t readSome() { return readSome(kPortion); }
 
     /// What the program has written is there by now; what somebody else may still write is not waited for.
     void readRest() {
         int left = 0;
-        if (ioctl(readEnd_.get(), FIONREAD, &left) != 0) {
-            report_.whole = false;
+        if (!readEnd_ || ioctl(readEnd_.get(), FIONREAD, &left) != 0) {
+            whole_ = false;
             return;
         }
         auto bytes = static_cast<std::size_t>(left);
         while (bytes > 0) {
             const std::size_t got = readSome(bytes);
             if (got == 0) {
-                report_.whole = false;
+                whole_ = false;
                 return;
             }
             bytes -= got;
         }
     }
+
+private:
+    static constexpr std::size_t kPortion = 8192;
 
     /// Reads at most so many bytes of those that are there. @return how many.
     std::size_t readSome(std::size_t most) {
@@ -116,19 +110,39 @@ private:
     }
 
     void keep(const char* bytes, std::size_t count) {
-        const std::size_t room = kKeptBytes - report_.kept.size();
+        const std::size_t room = kKeptBytes - kept_.size();
         try {
-            report_.kept.append(bytes, std::min(count, room));
-            report_.whole = report_.whole && count <= room;
+            kept_.append(bytes, std::min(count, room));
+            whole_ = whole_ && count <= room;
         } catch (const std::bad_alloc&) {
-            report_.whole = false;
+            whole_ = false;
         }
     }
 
-    ChildReport& report_;
+    std::string& kept_;
+    bool whole_ = true;
     Descriptor readEnd_;
     Descriptor writeEnd_;
 };
+
+/// Keeps what arrives until the launcher has ended, which is when `launcher` becomes readable.
+void readToEndOf(const Descriptor& launcher, std::array<Capture*, 2> captures) {
+    std::array<pollfd, 3> events = {{{launcher.get(), POLLIN, 0}, captures[0]->event(), captures[1]->event()}};
+    while (events[0].revents == 0) {
+        const long ready = rawCall(SYS_ppoll, address(events.data()), events.size());
+        if (ready < 0 && ready != -EINTR) {
+            break;
+        }
+        for (std::size_t index = 0; ready > 0 && index < captures.size(); ++index) {
+            if (events[index + 1].revents != 0) {
+                captures[index]->readSome();
+            }
+        }
+    }
+    for (Capture* capture : captures) {
+        capture->readRest();
+    }
+}
 
 int resultOf(const LaunchOrder& order) {
     if (order.error != 0) {
@@ -137,17 +151,18 @@ int resultOf(const LaunchOrder& order) {
     return WIFEXITED(order.waitStatus) ? WEXITSTATUS(order.waitStatus) : -ECANCELED;
 }
 
-/// Waits by raw calls, as readToEnd(): errno may be the launcher's, and the order must outlive it.
+/// Waits by raw calls: errno may be the launcher's, and the order must outlive it.
 ///
-/// @param capture  null: nothing is kept, and then no descriptor is used.
-int runLauncher(LaunchOrder& order, Capture* capture) {
+/// @param read  called with what becomes readable when the launcher has ended; null: no descriptor is used.
+template <typename Read>
+int runLauncher(LaunchOrder& order, const Read* read) {
     int pidfd = -1;
-    const pid_t launcher = startLauncher(order, capture != nullptr ? &pidfd : nullptr);
+    const pid_t launcher = startLauncher(order, read != nullptr ? &pidfd : nullptr);
     if (launcher < 0) {
         return launcher;
     }
-    if (capture != nullptr) {
-        capture->readToEndOf(Descriptor(pidfd));
+    if (read != nullptr) {
+        (*read)(Descriptor(pidfd));
     }
     while (rawCall(SYS_wait4, launcher, 0, __WALL) == -EINTR) {
     }
@@ -168,17 +183,22 @@ ChildReport runChild(const char* path, char* const* argv, Keep keep, std::chrono
     order.nanoseconds = deadline.count();
     order.caller = getpid();
     order.callerErrno = &errno;
-    if (keep == Keep::nothing) {
-        report.result = runLauncher(order, nullptr);
-        return report;
+    Capture output(report.output);
+    Capture errors(report.errors);
+    const auto read = [&](const Descriptor& launcher) { readToEndOf(launcher, {&output, &errors}); };
+    if (keep == Keep::outputAndErrors) {
+        if (const int failure = output.open(); failure != 0) {
+            report.result = -failure;
+            return report;
+        }
+        order.output = output.writeEnd();
     }
-    Capture capture(report);
-    if (const int failure = capture.open(); failure != 0) {
-        report.result = -failure;
-        return report;
+    if (keep != Keep::nothing && errors.open() == 0) {
+        order.errors = errors.writeEnd();
     }
-    (keep == Keep::output ? order.output : order.errors) = capture.writeEnd();
-    report.result = runLauncher(order, &capture);
+    const bool reads = order.output >= 0 || order.errors >= 0;
+    report.result = runLauncher(order, reads ? &read : nullptr);
+    report.whole = keep != Keep::outputAndErrors || output.isWhole();
     return report;
 }
 

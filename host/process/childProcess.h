@@ -17,14 +17,16 @@ constexpr std::chrono::seconds kQuestionDeadline{60};
 /// Of what a program prints so much is kept; an answer takes a few hundred bytes.
 constexpr std::size_t kKeptBytes = 1UL << 20;
 
-/// The output of a program that is kept; all other is dropped.
-enum class Keep { nothing, output, errors };
+/// The output of a program that is kept; all other is dropped. Standard error is kept where a descriptor is left for
+/// it.
+enum class Keep { nothing, errors, outputAndErrors };
 
 struct ChildReport {
     int result = 0;    ///< exit status, 0 to 255, or a negative errno: why the program could not be run, -ETIME when it
                        ///< was killed at the deadline, -ECANCELED when a signal ended it
-    bool whole = true; ///< false: it printed more than was kept
-    std::string kept;
+    bool whole = true; ///< false: it printed more output than was kept
+    std::string output;
+    std::string errors;
 };
 
 /// Runs a program to its end.

@@ -1,5 +1,6 @@
 #include "platform/process.h"
 
+#include "host/failure.h"
 #include "host/process/childProcess.h"
 #include "util/printableText.h"
 
@@ -40,7 +41,11 @@ void logErrors(const char* path, std::string_view text) try {
 int VLIBCExec(const char* path, const char* arg1, const char* arg2, const char* arg3, const char* arg4) {
     const std::array<char*, 6> argv = {argument(path), argument(arg1), argument(arg2),
                                        argument(arg3), argument(arg4), nullptr};
-    return host::runChild(path, argv.data(), host::Keep::nothing, host::kQuestionDeadline).result;
+    const int result = host::runChild(path, argv.data(), host::Keep::nothing, host::kQuestionDeadline).result;
+    if (result < 0) { // any exit status is an answer
+        host::keepProgramFailure(path, result, {});
+    }
+    return result;
 }
 
 int VLIBCExecl(const char* path, int options, ...) try {
@@ -62,15 +67,20 @@ int VLIBCExecl(const char* path, int options, ...) try {
 
     const host::Keep keep = (options & kLogErrors) != 0 ? host::Keep::errors : host::Keep::nothing;
     const host::ChildReport report = host::runChild(path, argv.data(), keep, host::kWorkDeadline);
-    logErrors(path, report.kept);
+    logErrors(path, report.errors);
     return report.result;
 } catch (const std::bad_alloc&) {
     return -ENOMEM;
 }
 
 int VLIBCExecv(const char* path, char* const argv[], int flag) {
-    const int result =
-        flag == 1 ? host::runChild(path, argv, host::Keep::nothing, host::kWorkDeadline).result : -EINVAL;
+    if (flag != 1) {
+        errno = EINVAL;
+        return -EINVAL;
+    }
+    const host::ChildReport report = host::runChild(path, argv, host::Keep::errors, host::kWorkDeadline);
+    const int result = report.result;
+    host::keepProgramFailure(path, result, report.errors);
     if (result != 0) {
         errno = result < 0 ? -result : 0;
     }

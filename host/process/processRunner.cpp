@@ -1,5 +1,6 @@
 #include "platform/processRunner.h"
 
+#include "host/failure.h"
 #include "host/process/childProcess.h"
 
 #include <cerrno>
@@ -54,9 +55,11 @@ int ProcessRunner::run(bool capture, bool wait) try {
         argv.push_back(argument->data());
     }
     argv.push_back(nullptr);
-    const auto keep = capture ? host::Keep::output : host::Keep::nothing;
-    host::ChildReport report = host::runChild(command_[0].c_str(), argv.data(), keep, host::kQuestionDeadline);
-    output_ = std::move(report.kept);
+    const char* path = command_[0].c_str();
+    const auto keep = capture ? host::Keep::outputAndErrors : host::Keep::errors;
+    host::ChildReport report = host::runChild(path, argv.data(), keep, host::kQuestionDeadline);
+    host::keepProgramFailure(path, report.result, report.errors);
+    output_ = std::move(report.output);
     return report.result == 0 && !report.whole ? -EMSGSIZE : report.result;
 } catch (const std::bad_alloc&) {
     return -ENOMEM;

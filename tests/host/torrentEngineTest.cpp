@@ -66,7 +66,7 @@ TEST_F(TorrentEngine, AsksForTheTorrentOfTheTasksDirectoryAlone) {
         {0, "Authorization: Basic dXNlcjpzZWNyZXQ=\r\n"},
         {1, "X-Transmission-Session-Id: S1\r\n"},
         {1, R"({"arguments":{"fields":["id","hashString","downloadDir"]},"method":"torrent-get"})"},
-        {3, R"({"arguments":{"fields":["files","hashString"],"ids":["aa"]},"method":"torrent-get"})"},
+        {3, R"({"arguments":{"fields":["files","hashString","downloadDir"],"ids":["aa"]},"method":"torrent-get"})"},
         {3, "X-Transmission-Session-Id: S2\r\n"},
     };
     for (const char* directory : {"D/7", "D//7//", "other/7"}) {
