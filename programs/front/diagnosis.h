@@ -12,6 +12,7 @@ enum ExitStatus : int {
     kBadOutput = 4,       ///< the picture or the length could not be written
     kNotConfined = 5,     ///< the decoder did not start, or the kernel refused to confine it; nothing was read
     kLimitReached = 6,    ///< time, processor time, memory or size ran out
+    kNoSpace = 7,         ///< the disk, or somebody's quota on it, has no room for a picture
     kEndedBySignal = 128, ///< plus the number of the signal that ended the program
 };
 

@@ -26,6 +26,20 @@ int fail(const PictureOrder& order, ExitStatus status, const std::string& what) 
     return status;
 }
 
+bool isFull(int error) {
+    return error == ENOSPC || error == EDQUOT;
+}
+
+/// Whether there is no room for a picture. The hidden file has not to be kept.
+bool lacksSpace(const NewPicture& picture) {
+    constexpr off_t kRoom = 1048576;
+    return isFull(posix_fallocate(picture.descriptor().get(), 0, kRoom));
+}
+
+int failToStore(const PictureOrder& order, const char* what) {
+    return fail(order, isFull(errno) ? kNoSpace : kBadOutput, systemError(what));
+}
+
 int failByOutcome(const PictureOrder& order, const Outcome& outcome) {
     const std::string said = outcome.said.empty() ? "" : ": " + outcome.said;
     if (!outcome.limit().empty()) {
@@ -46,18 +60,22 @@ int failByOutcome(const PictureOrder& order, const Outcome& outcome) {
 
 int makeIn(const PictureOrder& order, const Descriptor& input, const Worker& worker, NewPicture& picture) {
     const Outcome outcome = runWorker(worker, input.get(), picture.descriptor().get());
+    const bool isComplete = outcome.succeeded() && picture.isComplete();
+    if (!isComplete && outcome.end == Outcome::End::exited && lacksSpace(picture)) {
+        return fail(order, kNoSpace, "no space for the picture");
+    }
     if (!outcome.succeeded()) {
         return failByOutcome(order, outcome);
     }
-    if (!picture.isComplete()) {
+    if (!isComplete) {
         return fail(order, kNoPicture, "the decoder wrote no whole picture");
     }
     errno = outcome.storeError;
-    const bool stored = errno == 0 && picture.publish();
-    return stored
-               ? kMade
-               : fail(order, kBadOutput,
-                      errno == EISDIR ? "a directory has the picture's name" : systemError("cannot store the picture"));
+    if (errno == 0 && picture.publish()) {
+        return kMade;
+    }
+    return errno == EISDIR ? fail(order, kBadOutput, "a directory has the picture's name")
+                           : failToStore(order, "cannot store the picture");
 }
 
 } // namespace
@@ -81,7 +99,7 @@ int makePicture(const PictureOrder& order, const WorkerChoice& chooseWorker) {
     const Descriptor pictures = openBelow(taskDirectory, pathBelow(task, folder), O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
     NewPicture picture(pictures, order.target.substr(folder.size() + 1));
     if (!picture.descriptor()) {
-        return fail(order, kBadOutput, systemError("cannot write into the folder of the picture"));
+        return failToStore(order, "cannot write into the folder of the picture");
     }
     return makeIn(order, input, chooseWorker(input.get()), picture);
 }
