@@ -58,6 +58,5 @@ install(FILES docs/server.md DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/vexodl
 
 # --- pictures that come by themselves beside Debian's transmission-daemon
 
-install(PROGRAMS server/makeMissingThumbnails DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT host)
 install(FILES server/vexodl-thumbnails.service server/vexodl-thumbnails.timer
     DESTINATION lib/systemd/system COMPONENT host)

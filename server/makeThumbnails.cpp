@@ -1,8 +1,13 @@
-// Counts or makes the thumbnails of one download task and shows the progress.
+// Counts or makes the thumbnails of one download task and shows the progress, or forgets the task.
 
+#include "server/downloadArea.h"
+#include "server/memory.h"
+#include "server/settingsFile.h"
 #include "server/shownLog.h"
+#include "server/shownText.h"
+#include "server/taskLock.h"
+#include "server/taskRows.h"
 #include "thumbnail/thumbnailGenerator.h"
-#include "util/printableText.h"
 
 #include <unistd.h>
 
@@ -29,18 +34,11 @@ constexpr std::size_t kBarWidth = 40;
 
 struct Command {
     bool debug = false;
-    bool generate = false; ///< otherwise count
+    std::string_view what;
     int task = 0;
 };
 
-std::optional<int> parseTask(std::string_view text) {
-    int task = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), task);
-    if (error != std::errc() || end != text.data() + text.size() || task < 0) {
-        return std::nullopt;
-    }
-    return task;
-}
+using server::shown;
 
 std::optional<Command> parseCommand(std::vector<std::string_view> words) {
     Command command;
@@ -48,11 +46,11 @@ std::optional<Command> parseCommand(std::vector<std::string_view> words) {
         command.debug = true;
         words.erase(words.begin());
     }
-    if (words.size() != 2 || (words[0] != "count" && words[0] != "generate")) {
+    if (words.size() != 2 || (words[0] != "count" && words[0] != "generate" && words[0] != "forget")) {
         return std::nullopt;
     }
-    command.generate = words[0] == "generate";
-    const std::optional<int> task = parseTask(words[1]);
+    command.what = words[0];
+    const std::optional<int> task = server::taskNumber(words[1]);
     command.task = task.value_or(0);
     return task ? std::optional(command) : std::nullopt;
 }
@@ -60,12 +58,6 @@ std::optional<Command> parseCommand(std::vector<std::string_view> words) {
 int fail(int task, const char* what) {
     (void)std::fprintf(stderr, "makeThumbnails: task %d: %s\n", task, what);
     return 1;
-}
-
-/// Foreign text, a file's name mostly, as a terminal may show it.
-std::string shown(std::string_view text) {
-    constexpr std::size_t kLongest = 4096;
-    return printable(text, kLongest);
 }
 
 /// Shows N of M: a bar on a terminal, a line per change elsewhere.
@@ -175,18 +167,33 @@ int generate(const Command& command) {
     return result < 0 ? fail(command.task, "the run failed; --debug tells where") : 0;
 }
 
+/// Removes what is recorded of a task, its pictures and what makeMissingThumbnails remembers of it. The torrent's files
+/// stay, and so does what no row tells of.
+int forget(const Command& command) {
+    const auto lock = server::TaskLock::take(command.task, server::TaskLock::WhenHeld::wait);
+    const std::string folder = server::taskFolder(server::downloadFolder(), command.task);
+    const server::Removed removed = server::removeAll(command.task, folder);
+    server::Memory().forget(command.task);
+    std::printf("task %d: %d rows and %d pictures removed\n", command.task, removed.rows, removed.pictures);
+    return removed.others == 0 ? 0 : fail(command.task, "the folder of the pictures has other files and was left");
+}
+
 } // namespace
 
 int main(int argc, char** argv) try {
+    server::readSettings();
     const std::optional<Command> command = parseCommand({argv + std::min(argc, 1), argv + argc});
     if (!command) {
-        (void)std::fputs("usage: makeThumbnails [--debug] count|generate TASK\n", stderr);
+        (void)std::fputs("usage: makeThumbnails [--debug] count|generate|forget TASK\n", stderr);
         return kUsageStatus;
     }
     if (command->debug) {
         showLog("makeThumbnails");
     }
-    return command->generate ? generate(*command) : count(*command);
+    if (command->what == "forget") {
+        return forget(*command);
+    }
+    return command->what == "generate" ? generate(*command) : count(*command);
 } catch (const std::exception& error) {
     (void)std::fprintf(stderr, "makeThumbnails: %s\n", shown(error.what()).c_str());
     return 1;
