@@ -58,5 +58,6 @@ install(FILES docs/server.md DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/vexodl
 
 # --- pictures that come by themselves beside Debian's transmission-daemon
 
-install(FILES server/vexodl-thumbnails.service server/vexodl-thumbnails.timer
+install(PROGRAMS server/torrentDone DESTINATION /usr/lib/vexodl COMPONENT host)
+install(FILES server/vexodl-thumbnails.service server/vexodl-thumbnails.timer server/vexodl-thumbnails.path
     DESTINATION lib/systemd/system COMPONENT host)

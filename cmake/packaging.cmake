@@ -50,7 +50,8 @@ set(CPACK_DEBIAN_HOST_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "${sameVersion}")
 set(CPACK_DEBIAN_HOST_PACKAGE_RECOMMENDS transmission-daemon)
 set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA
-    ${PROJECT_SOURCE_DIR}/cmake/packaging/postinst ${PROJECT_SOURCE_DIR}/cmake/packaging/postrm)
+    ${PROJECT_SOURCE_DIR}/cmake/packaging/postinst ${PROJECT_SOURCE_DIR}/cmake/packaging/prerm
+    ${PROJECT_SOURCE_DIR}/cmake/packaging/postrm)
 set(CPACK_DEBIAN_HOST_DESCRIPTION "preview pictures of download tasks - programs for an ordinary server
 What libdownloadthumbnail calls at its fixed paths below /usr/vexo and
 /var/packages, and the program makeThumbnails, which makes the pictures of a
