@@ -174,9 +174,11 @@ void complete(VImage& picture, const Photo& photo) {
 }
 
 VImage pictureOf(const Photo& photo, int frame, double ground) {
+    VImage decoded; // kept until the end: libvips 8.14 frees the profile of a HEIC file with it
     VImage small;
     try {
-        small = shrunk(photo.frame(frame), ground);
+        decoded = photo.frame(frame);
+        small = shrunk(decoded, ground);
     } catch (const VError&) {
         small = photo.is("Png") || photo.is("Tiff") ? shrunkRemains(photo, ground) : VImage();
         if (small.is_null()) {
