@@ -14,7 +14,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <charconv>
@@ -40,6 +39,7 @@ using server::KnownTask;
 using server::Memory;
 using server::SeenTask;
 using server::shown;
+using server::shownTime;
 using server::Trouble;
 
 constexpr int kTroubleStatus = 1;
@@ -77,15 +77,6 @@ std::size_t tasksAtOnce() {
         throw Trouble("VEXODL_TASKS_AT_ONCE is no number from 1 to " + std::to_string(kMostTasksAtOnce));
     }
     return number;
-}
-
-std::string timeText(std::time_t seconds) {
-    std::tm local{};
-    std::array<char, 32> text{};
-    if (localtime_r(&seconds, &local) != nullptr) {
-        (void)std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M", &local);
-    }
-    return text.data();
 }
 
 /// What all runs share, and the engine's and the database's view of all tasks at its beginning.
@@ -269,12 +260,12 @@ int status() {
     const std::vector<FailedFile> failed = memory.failedFiles();
     if (ending.since != 0) {
         std::printf(ending.trouble.empty() ? "no trouble since %s\n" : "in trouble since %s: %s\n",
-                    timeText(ending.since).c_str(), shown(ending.trouble).c_str());
+                    shownTime(ending.since).c_str(), shown(ending.trouble).c_str());
     }
     std::printf("%zu tasks, %zu files without all of their pictures\n", memory.tasks().size(), failed.size());
     for (const FailedFile& file : failed) {
         std::printf("task %d: %s: %s (tried %s, again %s)\n", file.task, shown(file.path).c_str(),
-                    shown(file.reason).c_str(), timeText(file.triedAt).c_str(), timeText(file.nextTry()).c_str());
+                    shown(file.reason).c_str(), shownTime(file.triedAt).c_str(), shownTime(file.nextTry()).c_str());
     }
     return 0;
 }

@@ -12,12 +12,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <ctime>
 #include <exception>
 #include <future>
 #include <optional>
@@ -39,6 +37,7 @@ struct Command {
 };
 
 using server::shown;
+using server::shownTime;
 
 std::optional<Command> parseCommand(std::vector<std::string_view> words) {
     Command command;
@@ -94,15 +93,6 @@ private:
     bool isTerminal_ = isatty(STDOUT_FILENO) == 1;
 };
 
-std::string timeText(std::time_t seconds) {
-    std::tm local{};
-    std::array<char, 32> text{};
-    if (localtime_r(&seconds, &local) != nullptr) {
-        (void)std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local);
-    }
-    return text.data();
-}
-
 void printTable(const std::vector<Thumbnail>& rows, const std::vector<Thumbnail>& plan) {
     std::printf("%6s  %6s  %-12s  %-19s  %s\n", "id", "second", "picture", "made", "file");
     for (const Thumbnail& row : rows) {
@@ -110,7 +100,7 @@ void printTable(const std::vector<Thumbnail>& rows, const std::vector<Thumbnail>
                                          [&row](const Thumbnail& p) { return p.file_index == row.file_index; });
         const std::string file = source == plan.end() ? std::to_string(row.file_index) : source->file_path;
         std::printf("%6d  %6d  %-12s  %-19s  %s\n", row.thumbnail_id, row.thumbnail_second,
-                    shown(row.thumbnail_filename).c_str(), timeText(row.create_time).c_str(), shown(file).c_str());
+                    shown(row.thumbnail_filename).c_str(), shownTime(row.create_time).c_str(), shown(file).c_str());
     }
 }
 
