@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <fstream>
+
 namespace {
 
 using Settings = std::vector<std::pair<std::string, std::string>>;
@@ -18,6 +21,16 @@ TEST(SettingsFile, IsReadAsAUnitReadsIt) {
                   {"D", "a'b\"c # d"}}));
     EXPECT_EQ(server::parseSettings("A=`touch x` $(touch x)\nB=a\\ b\\\nc\nD='open\nE=1"),
               (Settings{{"A", "`touch x` $(touch x)"}, {"B", "a bc"}, {"D", "open\nE=1"}}));
+}
+
+TEST(SettingsFile, GivesWayToTheEnvironment) {
+    const std::string path = testing::TempDir() + "/settings";
+    std::ofstream(path) << "VEXODL_FIRST=file\nVEXODL_SECOND=early\nVEXODL_SECOND=late\nOTHER_SETTING=file\n";
+    setenv("VEXODL_FIRST", "environment", 1); // NOLINT(concurrency-mt-unsafe)
+    server::readSettings(path.c_str());
+    EXPECT_STREQ(std::getenv("VEXODL_FIRST"), "environment"); // NOLINT(concurrency-mt-unsafe)
+    EXPECT_STREQ(std::getenv("VEXODL_SECOND"), "late");       // NOLINT(concurrency-mt-unsafe)
+    EXPECT_EQ(std::getenv("OTHER_SETTING"), nullptr);         // NOLINT(concurrency-mt-unsafe)
 }
 
 } // namespace
