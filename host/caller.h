@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,8 @@ void forgetFailure();
 /// One torrent of the engine whose download directory is a task's.
 struct TaskTorrent {
     std::string hash;
+    std::string name;               ///< foreign text
+    std::int64_t addedDate = 0;     ///< seconds since 1970
     std::int64_t sizeWhenDone = 0;  ///< bytes of the wanted files
     std::int64_t haveValid = 0;     ///< bytes that are there and verified
     std::int64_t leftUntilDone = 0; ///< bytes
@@ -47,14 +50,40 @@ struct TaskTorrent {
 
 struct EngineTasks {
     std::map<int, TaskTorrent> tasks; ///< by the task's number
-    std::size_t torrents = 0;         ///< of the engine, those of no task included
+    std::set<std::string> torrents;   ///< info hashes of all the engine's torrents, those of no task included
 };
 
 /// Asks the engine for all tasks at once. Throws std::exception with the reason when it could not be asked.
 EngineTasks allTasks();
 
+struct AddedTorrent {
+    std::string hash;
+    bool isNew = false; ///< else the engine had it already, and it stays where it was
+};
+
+/// Gives the engine a torrent that it shall download into the directory of a task, which is there already.
+/// @param torrent  the contents of a .torrent file, or a magnet link.
+/// Throws std::exception with the reason.
+AddedTorrent addTorrent(const std::string& torrent, int task);
+
+/// Has the engine move a torrent and its files into the directory of a task, which is there already. The engine
+/// answers before it begins. Throws std::exception with the reason.
+void moveTorrent(const std::string& hash, int task);
+
 /// @return how many rows each task has; a task without rows is not there. Throws std::exception with the reason.
 std::map<int, int> rowCounts();
+
+/// A picture of which a row tells. The texts are what the row holds: foreign.
+struct RecordedPicture {
+    int task = -1;
+    int fileIndex = -1;
+    int second = 0;     ///< "thumbnail_second": the time of a film's frame
+    std::string name;   ///< "thumbnail_filename"
+    std::string source; ///< "file_path": relative to the task's directory
+};
+
+/// @return all rows, by task, file and picture. Throws std::exception with the reason.
+std::vector<RecordedPicture> allPictures();
 
 /// Removes the rows of these numbers ("thumbnail_id") that belong to the task, durably.
 /// @return how many there were. Throws std::exception with the reason.

@@ -170,7 +170,7 @@ private:
                           seen.folder);
         }
         const bool isGone =
-            engine_.torrents > 0 && rowsOf(seen.task) > 0 && server::holdsOnlyPictures(seen.task, seen.folder);
+            !engine_.torrents.empty() && rowsOf(seen.task) > 0 && server::holdsOnlyPictures(seen.task, seen.folder);
         const std::time_t since = seen.known.goneSince;
         if (isGone && since != 0 && now - since >= kBetweenSweepLooks) {
             server::sweepTask(seen.task, seen.folder, memory_);
@@ -182,7 +182,7 @@ private:
     /// A task that has neither a torrent nor a folder is not remembered.
     void forgetGone(const std::vector<int>& tasks) {
         for (const auto& [task, known] : known_) {
-            if (engine_.torrents > 0 && engine_.tasks.count(task) == 0 &&
+            if (!engine_.torrents.empty() && engine_.tasks.count(task) == 0 &&
                 !std::binary_search(tasks.begin(), tasks.end(), task)) {
                 memory_.forget(task);
             }

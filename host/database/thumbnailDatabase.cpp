@@ -229,6 +229,19 @@ std::map<int, int> host::rowCounts() {
     return counts;
 }
 
+std::vector<host::RecordedPicture> host::allPictures() {
+    std::vector<RecordedPicture> pictures;
+    reading([&](SQLite::Database& database) {
+        SQLite::Statement select(database, "SELECT task_id, file_index, thumbnail_second, thumbnail_filename, file_path"
+                                           " FROM thumbnail ORDER BY task_id, file_index, thumbnail_index");
+        while (select.executeStep()) {
+            pictures.push_back({select.getColumn(0), select.getColumn(1), select.getColumn(2),
+                                select.getColumn(3).getString(), select.getColumn(4).getString()});
+        }
+    });
+    return pictures;
+}
+
 int host::removeRows(int taskId, const std::vector<int>& thumbnailIds) {
     SQLite::Database database = openDatabase();
     int removed = 0;

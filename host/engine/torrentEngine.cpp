@@ -176,9 +176,34 @@ std::optional<int> taskOf(const std::string& root, std::string_view downloadDir)
     return isTask ? std::optional(task) : std::nullopt;
 }
 
+std::string directoryOf(int task) {
+    return withoutSpareSlashes(downloadRoot() + '/' + std::to_string(task));
+}
+
+std::string base64(std::string_view bytes) {
+    constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    constexpr int kBits = 6;
+    std::string text;
+    unsigned int pending = 0;
+    int bits = 0;
+    for (const char byte : bytes) {
+        pending = pending << 8U | static_cast<unsigned char>(byte);
+        for (bits += 8; bits >= kBits; bits -= kBits) {
+            text += kDigits[pending >> static_cast<unsigned int>(bits - kBits) & 63U];
+        }
+    }
+    if (bits > 0) {
+        text += kDigits[pending << static_cast<unsigned int>(kBits - bits) & 63U];
+    }
+    text.append((4 - text.size() % 4) % 4, '=');
+    return text;
+}
+
 TaskTorrent stateOf(const Json::Value& torrent) {
     TaskTorrent state;
     state.hash = toText(member(torrent, "hashString"));
+    state.name = toText(member(torrent, "name"));
+    state.addedDate = toInt64(member(torrent, "addedDate"));
     state.sizeWhenDone = toInt64(member(torrent, "sizeWhenDone"));
     state.haveValid = toInt64(member(torrent, "haveValid"));
     state.leftUntilDone = toInt64(member(torrent, "leftUntilDone"));
@@ -209,13 +234,14 @@ EngineTasks allTasks() {
     const std::string root = withoutSpareSlashes(downloadRoot());
     RpcClient engine(rpcUrl());
     Json::Value arguments(Json::objectValue);
-    for (const char* field : {"hashString", "downloadDir", "sizeWhenDone", "haveValid", "leftUntilDone", "wanted"}) {
+    for (const char* field :
+         {"hashString", "name", "downloadDir", "addedDate", "sizeWhenDone", "haveValid", "leftUntilDone", "wanted"}) {
         arguments["fields"].append(field);
     }
     const Json::Value answer = getTorrents(engine, std::move(arguments));
     EngineTasks all;
     for (const Json::Value& torrent : answer["torrents"]) {
-        ++all.torrents;
+        all.torrents.emplace(toText(member(torrent, "hashString")));
         if (const std::optional<int> task = taskOf(root, toText(member(torrent, "downloadDir")))) {
             const auto [place, isFirst] = all.tasks.try_emplace(*task, stateOf(torrent));
             place->second.torrents += isFirst ? 0 : 1;
@@ -223,6 +249,33 @@ EngineTasks allTasks() {
     }
     foundTorrents().keep(all);
     return all;
+}
+
+AddedTorrent addTorrent(const std::string& torrent, int task) {
+    constexpr std::string_view kMagnet = "magnet:";
+    Json::Value arguments(Json::objectValue);
+    arguments["download-dir"] = directoryOf(task);
+    if (torrent.compare(0, kMagnet.size(), kMagnet) == 0) {
+        arguments["filename"] = torrent;
+    } else {
+        arguments["metainfo"] = base64(torrent);
+    }
+    const Json::Value answer = RpcClient(rpcUrl()).call("torrent-add", std::move(arguments));
+    AddedTorrent added;
+    added.isNew = member(answer, "torrent-added").isObject();
+    added.hash = toText(member(member(answer, added.isNew ? "torrent-added" : "torrent-duplicate"), "hashString"));
+    if (added.hash.empty()) {
+        throw std::runtime_error("the engine's answer tells no torrent");
+    }
+    return added;
+}
+
+void moveTorrent(const std::string& hash, int task) {
+    Json::Value arguments(Json::objectValue);
+    arguments["ids"].append(hash);
+    arguments["location"] = directoryOf(task);
+    arguments["move"] = true;
+    (void)RpcClient(rpcUrl()).call("torrent-set-location", std::move(arguments));
 }
 
 } // namespace host
