@@ -1,4 +1,4 @@
-// What a run of makeMissingThumbnails costs by the number of tasks. For the private root.
+// What a run of makeMissingThumbnails and the page of previews cost by the number of tasks. For the private root.
 //
 //   idleRuns TASKS...
 
@@ -10,7 +10,9 @@
 
 namespace {
 
-constexpr const char* kProgram = "/usr/local/bin/makeMissingThumbnails";
+constexpr const char* kRun = "/usr/local/bin/makeMissingThumbnails";
+constexpr const char* kPage = "/usr/local/bin/makeThumbnails page";
+constexpr int kTurns = 5;
 
 struct Cost {
     double processorSeconds;
@@ -28,12 +30,12 @@ double childrenSeconds() {
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
 }
 
-Cost run(ManyTasks& tasks) {
+Cost run(ManyTasks& tasks, const std::string& command = kRun) {
     tasks.requests = 0;
     tasks.plans = 0;
     tasks.bytes = 0;
     const double before = childrenSeconds();
-    const ProgramRun run = runProgram({kProgram});
+    const ProgramRun run = runProgram(words(command));
     if (run.status != 0) {
         std::fprintf(stderr, "%s", run.errors.c_str());
         std::exit(1); // NOLINT(concurrency-mt-unsafe)
@@ -44,6 +46,18 @@ Cost run(ManyTasks& tasks) {
             tasks.plans,
             tasks.bytes,
             static_cast<std::size_t>(std::count(run.output.begin(), run.output.end(), '\n'))};
+}
+
+/// @return the last of some turns, with the median of their processor time.
+Cost medianOf(const std::function<Cost()>& turn) {
+    Cost cost{};
+    std::vector<double> seconds;
+    for (int count = 0; count < kTurns; ++count) {
+        cost = turn();
+        seconds.push_back(cost.processorSeconds);
+    }
+    cost.processorSeconds = median(seconds);
+    return cost;
 }
 
 void print(const char* what, std::size_t count, const Cost& cost) {
@@ -61,17 +75,19 @@ void measure(std::size_t count) {
     const std::string photo = readFile("photo.png");
     ManyTasks tasks(static_cast<int>(count), 1, [&](const fs::path& path) { writeFile(path, photo); });
     print("first", count, run(tasks));
-    constexpr int kIdleRuns = 5;
-    std::vector<double> seconds;
-    Cost idle{};
-    for (int turn = 0; turn < kIdleRuns; ++turn) {
-        idle = run(tasks);
-        seconds.push_back(idle.processorSeconds);
-    }
-    idle.processorSeconds = median(seconds);
-    print("idle", count, idle);
+    print("idle", count, medianOf([&tasks] { return run(tasks); }));
     fs::remove("/srv/download/42/vexodlthumbnail/0_0.jpeg");
     print("one picture gone", count, run(tasks));
+    // Five films and five photos of each task.
+    writeFile("/srv/rows", "WITH RECURSIVE n(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM n WHERE n < 30)"
+                           " INSERT INTO thumbnail SELECT NULL, task_id, (n + 4) / 5, n % 5, n, n || '.jpeg',"
+                           " 'A folder/of some name/' || iif(n > 25, n || '.png', ((n + 4) / 5) || '.mkv'), 0"
+                           " FROM n, thumbnail WHERE file_index = 0");
+    shell("sqlite3 /srv/database/thumbnail.db </srv/rows");
+    print("page", count, medianOf([&tasks] {
+              fs::remove("/srv/download/previews.html");
+              return run(tasks, kPage);
+          }));
 }
 
 } // namespace

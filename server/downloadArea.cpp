@@ -5,10 +5,14 @@
 #include "util/file.h"
 
 #include <fts.h>
+#include <grp.h>
+#include <pwd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <filesystem>
 #include <functional>
@@ -17,6 +21,8 @@
 
 namespace server {
 namespace {
+
+using namespace std::string_literals;
 
 constexpr std::string_view kPictureFolder = "vexodlthumbnail";
 constexpr std::string_view kUnfinished = ".part";
@@ -38,9 +44,28 @@ std::string downloadFolder() {
         const host::Failure failure = host::lastFailure();
         throw Trouble(failure.kind == host::Failure::Kind::program
                           ? failure.program + ": " + failure.reason
-                          : "download area: /var/services/download leads to no folder that can be written");
+                          : "download area: "s + kDownloadLink + " leads to no folder that can be written");
     }
     return text.data();
+}
+
+void actAsOwner() {
+    if (geteuid() != 0) {
+        return;
+    }
+    struct stat area = {};
+    if (stat(kDownloadLink, &area) != 0) {
+        throw Trouble("download area: "s + kDownloadLink + ": " + std::generic_category().message(errno));
+    }
+    if (area.st_uid == 0) {
+        return;
+    }
+    const struct passwd* owner = getpwuid(area.st_uid); // NOLINT(concurrency-mt-unsafe): there is one thread
+    const gid_t group = owner == nullptr ? area.st_gid : owner->pw_gid;
+    const int listed = owner == nullptr ? setgroups(0, nullptr) : initgroups(owner->pw_name, group);
+    if (listed != 0 || setgid(group) != 0 || setuid(area.st_uid) != 0) {
+        throw Trouble("download area: cannot go on as its owner: " + std::generic_category().message(errno));
+    }
 }
 
 std::optional<int> taskNumber(std::string_view text) {
@@ -77,6 +102,14 @@ std::string taskFolder(const std::string& downloadFolder, int task) {
 
 std::string pictureFolder(const std::string& taskFolder) {
     return taskFolder + '/' + std::string(kPictureFolder);
+}
+
+std::string_view withoutPart(std::string_view path) {
+    return endsWith(path, kUnfinished) && path != kUnfinished ? path.substr(0, path.size() - kUnfinished.size()) : path;
+}
+
+bool isPlainName(std::string_view name) {
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
 }
 
 FolderLook lookAt(const std::string& taskFolder) {

@@ -8,8 +8,14 @@
 
 namespace server {
 
+inline constexpr const char* kDownloadLink = "/var/services/download"; ///< leads to the download area
+
 /// The folder that holds the tasks' folders. Throws Trouble where it cannot be read: an area that is not mounted.
 std::string downloadFolder();
+
+/// Goes on as the user who owns the download area where root has started this: what root made, that user's runs could
+/// not change. Called before there are threads. Throws Trouble where that fails, or root finds no area.
+void actAsOwner();
 
 /// A task's number in plain decimal, as its folder is named; nothing else is one.
 std::optional<int> taskNumber(std::string_view text);
@@ -22,6 +28,12 @@ bool isFolder(const std::string& path);
 
 std::string taskFolder(const std::string& downloadFolder, int task);
 std::string pictureFolder(const std::string& taskFolder);
+
+/// A file's path without what is behind it while it is downloaded.
+std::string_view withoutPart(std::string_view path);
+
+/// Is this the name of a file in the folder of the pictures, and no path to elsewhere?
+bool isPlainName(std::string_view name);
 
 /// What a task's folder looks like, told by numbers that change when it does.
 struct FolderLook {

@@ -4,6 +4,7 @@
 #include "host/caller.h"
 #include "server/downloadArea.h"
 #include "server/memory.h"
+#include "server/previewFile.h"
 #include "server/settingsFile.h"
 #include "server/shownText.h"
 #include "server/taskRows.h"
@@ -16,7 +17,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -48,8 +48,6 @@ constexpr int kUsageStatus = 2;
 constexpr const char* kTorrentDone = "/var/lib/vexodl/torrentDone"; ///< the engine's script makes it
 constexpr const char* kTwoTorrents = "two torrents";                ///< stamp of a task that has no pictures for that
 constexpr std::time_t kBetweenSweepLooks = 3600;
-constexpr std::size_t kTasksAtOnce = 2;
-constexpr std::size_t kMostTasksAtOnce = 64;
 
 constexpr const char* kUsage = "usage: makeMissingThumbnails [TASK...]\n"
                                "       makeMissingThumbnails --status\n"
@@ -65,20 +63,6 @@ void tell(const std::string& what) {
     (void)std::fprintf(stderr, "makeMissingThumbnails: %s\n", shown(what).c_str());
 }
 
-std::size_t tasksAtOnce() {
-    const char* text = std::getenv("VEXODL_TASKS_AT_ONCE"); // NOLINT(concurrency-mt-unsafe): nobody sets it by now
-    if (text == nullptr || *text == '\0') {
-        return kTasksAtOnce;
-    }
-    std::size_t number = 0;
-    const std::string_view view(text);
-    const auto [end, error] = std::from_chars(view.data(), view.data() + view.size(), number);
-    if (error != std::errc() || end != view.data() + view.size() || number == 0 || number > kMostTasksAtOnce) {
-        throw Trouble("VEXODL_TASKS_AT_ONCE is no number from 1 to " + std::to_string(kMostTasksAtOnce));
-    }
-    return number;
-}
-
 /// What all runs share, and the engine's and the database's view of all tasks at its beginning.
 class Run {
 public:
@@ -92,6 +76,20 @@ public:
         std::stable_sort(due.begin(), due.end(),
                          [](const SeenTask& a, const SeenTask& b) { return a.known.triedAt < b.known.triedAt; });
         workOn(due);
+    }
+
+    /// Writes the page of previews where this run has changed something, or where there are tasks and no page. An area
+    /// without tasks may be a disk that is not mounted.
+    void writePage() {
+        const bool isMissing = hasTasks_ && !server::isPreviewPageThere(downloadFolder_);
+        if (!server::isPageWanted() || !(hasChanged_ || isMissing)) {
+            return;
+        }
+        try {
+            (void)server::writePreviewPage(downloadFolder_);
+        } catch (const server::ForeignPage& foreign) {
+            tell(foreign.what());
+        }
     }
 
     Memory& memory() { return memory_; }
@@ -115,6 +113,7 @@ private:
         std::vector<SeenTask> due;
         const std::time_t now = std::time(nullptr);
         const std::vector<int> all = wanted.empty() ? server::tasksWithFolder(downloadFolder_) : wanted;
+        hasTasks_ = !all.empty();
         for (const int task : all) {
             SeenTask seen;
             seen.task = task;
@@ -157,6 +156,7 @@ private:
                         shown(seen.folder).c_str());
             KnownTask known = seen.known;
             known.stamp = kTwoTorrents;
+            hasChanged_ = true;
             memory_.keepTask(seen.task, known, {});
         }
         return true;
@@ -174,7 +174,9 @@ private:
         const std::time_t since = seen.known.goneSince;
         if (isGone && since != 0 && now - since >= kBetweenSweepLooks) {
             server::sweepTask(seen.task, seen.folder, memory_);
+            hasChanged_ = true;
         } else if (isGone != (since != 0) || now < since) {
+            hasChanged_ = true;
             memory_.keepGoneSince(seen.task, isGone ? now : 0);
         }
     }
@@ -185,11 +187,13 @@ private:
             if (!engine_.torrents.empty() && engine_.tasks.count(task) == 0 &&
                 !std::binary_search(tasks.begin(), tasks.end(), task)) {
                 memory_.forget(task);
+                hasChanged_ = true;
             }
         }
     }
 
     void workOn(const std::vector<SeenTask>& tasks) {
+        hasChanged_ = hasChanged_ || !tasks.empty();
         std::atomic<std::size_t> next = 0;
         std::mutex mutex;
         std::exception_ptr trouble;
@@ -205,7 +209,7 @@ private:
             }
         };
         std::vector<std::thread> others;
-        for (std::size_t count = std::min(tasksAtOnce(), tasks.size()); count > 1; --count) {
+        for (std::size_t count = std::min(server::tasksAtOnce(), tasks.size()); count > 1; --count) {
             others.emplace_back(work);
         }
         work();
@@ -222,6 +226,8 @@ private:
     host::EngineTasks engine_;
     std::map<int, int> rows_; ///< how many each task has
     std::map<int, KnownTask> known_;
+    bool hasTasks_ = false;
+    bool hasChanged_ = false;
 };
 
 /// Takes the engine's word that a torrent has finished, before the look that shall find it.
@@ -304,6 +310,7 @@ int run(const std::vector<std::string_view>& words) {
         } else {
             run.overTasks(wanted);
         }
+        run.writePage();
     } catch (const Trouble& trouble) {
         run.memory().keepEnding(trouble.what());
         throw;
@@ -323,12 +330,14 @@ int main(int argc, char** argv) try {
         std::printf("%s%s", kUsage, kHelp);
         return 0;
     }
-    if (first == "--status" && words.size() == 1) {
-        return status();
-    }
-    if (first.substr(0, 1) == "-") {
+    const bool isStatus = first == "--status" && words.size() == 1;
+    if (first.substr(0, 1) == "-" && !isStatus) {
         (void)std::fputs(kUsage, stderr);
         return kUsageStatus;
+    }
+    server::actAsOwner();
+    if (isStatus) {
+        return status();
     }
     return run(words);
 } catch (const std::exception& error) {

@@ -1,13 +1,19 @@
 #include "server/settingsFile.h"
 
+#include "server/trouble.h"
+
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 
 namespace server {
 namespace {
 
+constexpr const char* kTasksAtOnce = "VEXODL_TASKS_AT_ONCE";
+constexpr const char* kPage = "VEXODL_PAGE";
 constexpr std::string_view kBlanks = " \t\r";
 
 bool isName(std::string_view name) {
@@ -83,6 +89,12 @@ private:
     std::string_view text_;
 };
 
+/// Empty where the environment has none.
+std::string_view valueOf(const char* name) {
+    const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): nobody sets it by now
+    return value == nullptr ? "" : value;
+}
+
 } // namespace
 
 std::vector<std::pair<std::string, std::string>> parseSettings(std::string_view text) {
@@ -120,6 +132,29 @@ void readSettings(const char* path) {
             (void)setenv(setting->first.c_str(), setting->second.c_str(), 0); // NOLINT(concurrency-mt-unsafe)
         }
     }
+}
+
+std::size_t tasksAtOnce() {
+    constexpr std::size_t kUnset = 2;
+    constexpr std::size_t kMost = 64;
+    const std::string_view text = valueOf(kTasksAtOnce);
+    if (text.empty()) {
+        return kUnset;
+    }
+    std::size_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || number == 0 || number > kMost) {
+        throw Trouble(std::string(kTasksAtOnce) + " is no number from 1 to " + std::to_string(kMost));
+    }
+    return number;
+}
+
+bool isPageWanted() {
+    const std::string_view word = valueOf(kPage);
+    if (!word.empty() && word != "on" && word != "off") {
+        throw Trouble(std::string(kPage) + " is neither on nor off");
+    }
+    return word != "off";
 }
 
 } // namespace server

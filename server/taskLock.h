@@ -18,6 +18,9 @@ public:
     /// cannot be opened.
     static std::optional<TaskLock> take(int task, WhenHeld whenHeld);
 
+    /// Waits for the right to write the page of previews. Throws as take().
+    static TaskLock takePage();
+
 private:
     explicit TaskLock(Descriptor file) : file_(std::move(file)) {}
 

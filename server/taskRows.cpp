@@ -58,13 +58,6 @@ std::vector<std::string> namesIn(const Descriptor& folder) {
     return names;
 }
 
-std::string_view withoutPart(std::string_view path) {
-    constexpr std::string_view kUnfinished = ".part";
-    const bool unfinished =
-        path.size() > kUnfinished.size() && path.substr(path.size() - kUnfinished.size()) == kUnfinished;
-    return unfinished ? path.substr(0, path.size() - kUnfinished.size()) : path;
-}
-
 std::set<std::string> picturesOf(const std::vector<Row>& rows) {
     std::set<std::string> pictures;
     for (const Row& row : rows) {
@@ -96,7 +89,7 @@ std::vector<Row> rowsOf(int task) {
         row.id = static_cast<int>(toInt64(member(entry, "thumbnail_id")));
         row.fileIndex = static_cast<int>(toInt64(member(entry, "file_index")));
         row.picture = toText(member(entry, "thumbnail_filename"));
-        if (row.picture.find('/') != std::string::npos || row.picture == "." || row.picture == "..") {
+        if (!isPlainName(row.picture)) {
             row.picture.clear();
         }
         row.source = toText(member(entry, "file_path"));

@@ -1,5 +1,6 @@
 #include "server/taskRun.h"
 
+#include "server/reason.h"
 #include "server/shownText.h"
 #include "server/taskLock.h"
 #include "server/taskRows.h"
@@ -67,15 +68,6 @@ void throwTrouble(const host::Failure& failure) {
     case Kind::none:
         return;
     }
-}
-
-/// Why a file failed, in a program's own words, without those that name the program and the file.
-std::string reasonOf(const host::Failure& failure, const std::string& file) {
-    constexpr std::size_t kLongestName = 300; // as the programs cut it
-    const std::string program = failure.program.substr(failure.program.rfind('/') + 1);
-    const std::string known = program + ": " + printable(file, kLongestName) + ": ";
-    const bool isKnown = failure.reason.compare(0, known.size(), known) == 0;
-    return failure.reason.empty() ? "no picture" : failure.reason.substr(isKnown ? known.size() : 0);
 }
 
 /// The file as it is now, never tried.
