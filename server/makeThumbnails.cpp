@@ -1,6 +1,7 @@
-// Counts, makes, lists or forgets the thumbnails of one download task, writes the page of previews.
+// Counts, makes, lists or forgets the thumbnails of one download task, checks the server, writes the page of previews.
 
 #include "host/caller.h"
+#include "server/check.h"
 #include "server/downloadArea.h"
 #include "server/memory.h"
 #include "server/previewFile.h"
@@ -34,13 +35,14 @@ constexpr int kUsageStatus = 2;
 constexpr std::size_t kBarWidth = 20;
 
 constexpr const char* kUsage = "usage: makeThumbnails [--debug] count|generate|rows|forget TASK\n"
-                               "       makeThumbnails [--debug] page\n"
+                               "       makeThumbnails [--debug] check|page\n"
                                "       makeThumbnails --help\n";
 constexpr const char* kHelp = "\n"
                               "count     prints how many pictures the task should have\n"
                               "generate  makes those that are missing\n"
                               "rows      lists those that are recorded\n"
                               "forget    removes the task's rows and pictures\n"
+                              "check     tells what is right and wrong with this server, and what to do\n"
                               "page      writes previews.html into the download area\n"
                               "--debug   shows the library's messages, too\n";
 
@@ -61,7 +63,7 @@ std::optional<Command> parseCommand(std::vector<std::string_view> words) {
         return std::nullopt;
     }
     command.what = words[0];
-    if (words.size() == 1 && command.what == "page") {
+    if (words.size() == 1 && (command.what == "check" || command.what == "page")) {
         return command;
     }
     const bool isOfTask = std::find(kOfTask.begin(), kOfTask.end(), command.what) != kOfTask.end();
@@ -213,6 +215,10 @@ int page() {
 }
 
 int run(const Command& command) {
+    if (command.what == "check") {
+        return server::check() ? 0 : 1;
+    }
+    server::actAsOwner();
     if (command.what == "page") {
         return page();
     }
@@ -243,7 +249,6 @@ int main(int argc, char** argv) try {
         return kUsageStatus;
     }
     server::readSettings();
-    server::actAsOwner();
     if (command->debug) {
         showLog("makeThumbnails");
     }
