@@ -50,7 +50,7 @@ install(FILES
     docs/man/TmpVolumeSpaceCheck.3
     docs/man/VEXODLQuotaCheck.3
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT documents)
-install(FILES docs/man/makeThumbnails.1 docs/man/makeMissingThumbnails.1
+install(FILES docs/man/addTask.1 docs/man/makeThumbnails.1 docs/man/makeMissingThumbnails.1
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT host)
 install(FILES README.md docs/design.md docs/CHANGELOG.md
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libdownloadthumbnail-dev COMPONENT documents)

@@ -54,8 +54,10 @@ set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA
     ${PROJECT_SOURCE_DIR}/cmake/packaging/postrm)
 set(CPACK_DEBIAN_HOST_DESCRIPTION "preview pictures of download tasks - programs for an ordinary server
 What libdownloadthumbnail calls at its fixed paths below /usr/vexo and
-/var/packages, and the program makeThumbnails, which makes the pictures of a
-task of transmission-daemon from the command line or, on request, by a timer.")
+/var/packages, and what an administrator runs: addTask makes a torrent of
+transmission-daemon a task, makeThumbnails makes the pictures of one and checks
+the server, makeMissingThumbnails makes them of all, on request by a timer, and
+writes a page of them.")
 
 # What only a Debian package holds; a whole installation leaves it out.
 foreach(component runtime development host)
